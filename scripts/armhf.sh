@@ -1,0 +1,139 @@
+#!/usr/bin/env bash
+# Cross-builds linkrig and its unit tests for the player's 32-bit ARM processor (armhf) and
+# runs the unit tests under qemu-arm.
+#
+# The armhf libraries come from a sysroot made from Debian's archive (the one apt uses here):
+# multiarch armhf -dev packages cannot be installed beside the host's. It is cached in
+# $LINKRIG_ARMHF_SYSROOT (default /var/cache/linkrig/armhf-sysroot) and made again when the
+# package list below changes. The build goes to $LINKRIG_ARMHF_BUILD (default $BUILD/armhf).
+source "$(dirname "$0")/common.sh"
+bash "$ROOT/scripts/install-deps.sh" armhf
+
+SYSROOT=${LINKRIG_ARMHF_SYSROOT:-/var/cache/linkrig/armhf-sysroot}
+ARMHF_BUILD=${LINKRIG_ARMHF_BUILD:-$BUILD/armhf}
+TRIPLET=arm-linux-gnueabihf
+
+# What the build links against; debootstrap adds their dependencies.
+SYSROOT_PACKAGES=(
+  libboost-filesystem-dev libboost-thread-dev libboost-system-dev libboost-chrono-dev
+  libdbus-c++-dev libdbus-1-dev
+  libnl-3-dev libnl-route-3-dev
+  libgnutls28-dev libgcrypt20-dev
+  libavahi-client-dev libcap-dev libfmt-dev
+  libubootenv-dev
+  libgtest-dev libgmock-dev
+)
+
+# Unit tests that cannot pass under user-mode emulation (full gtest names, Suite.Name), each
+# with the emulator's reason. qemu-arm emulates only the program it starts: a child that
+# executes an ARM binary again gets "Exec format error" (that would need binfmt_misc).
+EMULATOR_EXCLUDED_TESTS=(
+  # "threadsafe" death tests re-execute the test binary for each death.
+  PassphraseDeathTest.ShortSaltFieldAborts
+)
+
+now() { date +%s.%N; }
+elapsed() { awk -v a="$1" -v b="$(now)" 'BEGIN { printf "%.0f", b - a }'; }
+
+# The first URI of a "deb" source for SUITE in apt's own configuration (one-line or deb822).
+archive_uri() {
+  /usr/bin/python3 - "$1" <<'EOF'
+import glob, re, sys
+suite = sys.argv[1]
+uris = []
+for path in ['/etc/apt/sources.list'] + sorted(glob.glob('/etc/apt/sources.list.d/*.list')):
+    try:
+        lines = open(path).read().splitlines()
+    except OSError:
+        continue
+    for line in lines:
+        m = re.match(r'\s*deb\s+(?:\[[^\]]*\]\s+)?(\S+)\s+(\S+)', line.split('#', 1)[0])
+        if m and m.group(2) == suite:
+            uris.append(m.group(1))
+for path in sorted(glob.glob('/etc/apt/sources.list.d/*.sources')):
+    for stanza in re.split(r'\n[ \t]*\n', open(path).read()):
+        fields = {}
+        for line in stanza.splitlines():
+            if line and not line[0].isspace() and not line.startswith('#') and ':' in line:
+                key, value = line.split(':', 1)
+                fields[key.strip().lower()] = value.split()
+        if ('deb' in fields.get('types', []) and suite in fields.get('suites', [])
+                and fields.get('enabled', ['yes'])[0].lower() != 'no'):
+            uris += fields.get('uris', [])
+if not uris:
+    sys.exit(f'armhf: apt has no "deb" source for {suite}')
+print(uris[0])
+EOF
+}
+
+# make_sysroot DIR: the armhf -dev packages and their dependencies, unpacked (not configured).
+make_sysroot() {
+  local dir=$1 suite mirror tmp log deb link target
+  suite=$(. /etc/os-release && echo "$VERSION_CODENAME")
+  mirror=$(archive_uri "$suite")
+  echo "armhf: making the sysroot $dir from $mirror ($suite)" >&2
+  tmp=$(realpath "$(mktemp -d "$dir.new.XXXXXX")")
+  log=$tmp.log
+  if ! debootstrap --arch=armhf --variant=minbase --foreign \
+      --include="$(IFS=,; echo "${SYSROOT_PACKAGES[*]}")" "$suite" "$tmp" "$mirror" >"$log" 2>&1; then
+    cat "$log" >&2
+    rm -rf "$tmp" "$log"
+    return 1
+  fi
+  # debootstrap unpacked only the base system; unpack everything, keeping the merged /usr
+  # (lib -> usr/lib). In a container debootstrap makes proc a link to the host's /proc.
+  rm -f "$tmp/proc"
+  for deb in "$tmp"/var/cache/apt/archives/*.deb; do
+    dpkg-deb --fsys-tarfile "$deb" | tar -x --keep-directory-symlink -C "$tmp"
+  done
+  # Keep only what the compiler and the emulator need. qemu-arm -L looks up every path the
+  # guest opens in the sysroot first, so a sysroot /etc, /tmp or /proc would hide the host's.
+  find "$tmp" -mindepth 1 -maxdepth 1 ! -name usr ! -name lib -exec rm -rf {} +
+  find "$tmp/usr" -mindepth 1 -maxdepth 1 ! -name include ! -name lib -exec rm -rf {} +
+  find "$tmp/usr/lib" -mindepth 1 -maxdepth 1 ! -name "$TRIPLET" ! -name gcc \
+    ! -name 'ld-linux-*' -exec rm -rf {} +
+  # Absolute links (libfoo.so -> /lib/...) would point into the host; make them relative.
+  while IFS= read -r -d '' link; do
+    target=$(readlink "$link")
+    ln -sfn "$(realpath -s -m --relative-to="$(dirname "$link")" "$tmp$target")" "$link"
+  done < <(find "$tmp" -type l -lname '/*' -print0)
+  printf '%s\n' "$2" > "$tmp/.packages"
+  rm -rf "$dir" "$log"
+  mv "$tmp" "$dir"
+}
+
+# One maker at a time.
+mkdir -p "$(dirname "$SYSROOT")"
+exec 9>"$SYSROOT.lock"
+flock 9
+wanted=$(. /etc/os-release && echo "$VERSION_CODENAME: ${SYSROOT_PACKAGES[*]}")
+t=$(now)
+if [ "$(cat "$SYSROOT/.packages" 2>/dev/null)" != "$wanted" ]; then
+  make_sysroot "$SYSROOT" "$wanted"
+fi
+sysroot_time=$(elapsed "$t")
+
+t=$(now)
+cmake -S "$ROOT" -B "$ARMHF_BUILD" -DLINKRIG_WERROR=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DCMAKE_TOOLCHAIN_FILE="$ROOT/cmake/toolchain-armhf.cmake" -DLINKRIG_ARMHF_SYSROOT="$SYSROOT" >/dev/null
+cmake --build "$ARMHF_BUILD" -j"$JOBS" --target linkrig unit_tests
+build_time=$(elapsed "$t")
+
+file -b "$ARMHF_BUILD/apps/linkrig/linkrig" | grep -q '^ELF 32-bit LSB .* ARM' || {
+  echo "armhf: $ARMHF_BUILD/apps/linkrig/linkrig is not a 32-bit ARM program" >&2; exit 1; }
+stripped=$(mktemp)
+trap 'rm -f "$stripped"' EXIT
+$TRIPLET-strip -o "$stripped" "$ARMHF_BUILD/apps/linkrig/linkrig"
+
+# CTest runs each test through qemu-arm -L SYSROOT (CMAKE_CROSSCOMPILING_EMULATOR); value
+# parametrised tests carry "  # GetParam() = ..." after the gtest name.
+t=$(now)
+exclude=()
+if [ ${#EMULATOR_EXCLUDED_TESTS[@]} -gt 0 ]; then
+  exclude=(-E "^($(printf '%s\n' "${EMULATOR_EXCLUDED_TESTS[@]}" | sed 's/[.]/[.]/g' | paste -sd '|'))( |\$)")
+fi
+ctest --test-dir "$ARMHF_BUILD" -L unit --output-on-failure -j"$JOBS" --timeout 900 "${exclude[@]}"
+test_time=$(elapsed "$t")
+
+echo "armhf: linkrig $(stat -c %s "$stripped") bytes stripped;" \
+  "sysroot ${sysroot_time} s, build ${build_time} s, unit tests ${test_time} s" >&2

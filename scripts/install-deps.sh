@@ -1,0 +1,49 @@
+#!/usr/bin/env bash
+# Installs every build and test dependency from Debian's packages.
+# Idempotent: does nothing (quickly) when everything is already there.
+set -euo pipefail
+
+PACKAGES=(
+  # build
+  build-essential cmake pkg-config
+  libboost-filesystem-dev libboost-thread-dev libboost-system-dev libboost-chrono-dev
+  libdbus-c++-dev libdbus-c++-bin libdbus-1-dev
+  libnl-3-dev libnl-route-3-dev
+  libgnutls28-dev libgcrypt20-dev
+  libavahi-client-dev libcap-dev libfmt-dev
+  libubootenv-dev libubootenv-tool
+  libgtest-dev libgmock-dev
+  # tests and the simulated player
+  dbus-daemon python3-pytest python3-dbus python3-dbusmock python3-gi
+  iproute2 util-linux procps psmisc kmod
+  dhcpcd-base udhcpd busybox iptables
+  wpasupplicant hostapd avahi-daemon socat ppp
+  gnutls-bin openssl
+)
+# `install-deps.sh armhf`: also the cross compiler, the emulator and debootstrap (scripts/armhf.sh).
+if [ "${1:-}" = armhf ]; then
+  PACKAGES+=(crossbuild-essential-armhf qemu-user debootstrap)
+fi
+
+missing=()
+for p in "${PACKAGES[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
+    missing+=("$p")
+  fi
+done
+
+if [ ${#missing[@]} -eq 0 ]; then
+  exit 0
+fi
+
+echo "install-deps: installing ${missing[*]}" >&2
+export DEBIAN_FRONTEND=noninteractive
+apt-get update -qq
+# Daemons must not be started on the host by the package scripts.
+policy=/usr/sbin/policy-rc.d
+created_policy=0
+if [ ! -e "$policy" ]; then
+  printf '#!/bin/sh\nexit 101\n' > "$policy"; chmod +x "$policy"; created_policy=1
+fi
+trap '[ $created_policy = 1 ] && rm -f "$policy"' EXIT
+apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# Builds linkrig and runs every test: the optimised build, then the same
+# unit, registry and command tests again under AddressSanitizer and UBSan, then the unit
+# tests cross-built for the player's 32-bit ARM processor under qemu-arm.
+source "$(dirname "$0")/common.sh"
+
+configure_and_build "$BUILD/release" -DCMAKE_BUILD_TYPE=RelWithDebInfo
+ctest --test-dir "$BUILD/release" --output-on-failure -j2 --timeout 900
+
+configure_and_build "$BUILD/sanitize" -DCMAKE_BUILD_TYPE=Debug -DLINKRIG_SANITIZE=ON
+export ASAN_OPTIONS=${ASAN_OPTIONS:-abort_on_error=0:detect_leaks=1}
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+ctest --test-dir "$BUILD/sanitize" --output-on-failure -j2 --timeout 900 -LE guest
+
+# The unit tests again, built for the player's 32-bit ARM processor and run under qemu-arm.
+bash "$ROOT/scripts/armhf.sh"
