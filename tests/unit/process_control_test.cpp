@@ -1,0 +1,179 @@
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdint>
+#include <fmt/printf.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <unistd.h>
+
+#include "lib/platform/errno_exception.h"
+#include "lib/platform/process_control.h"
+#include "lib/platform/spawn_process.h"
+
+namespace {
+
+using corvo::SpawnProcess;
+using Clock = std::chrono::steady_clock;
+
+// The PID of a process that has exited and been reaped.
+pid_t GonePid() {
+  SpawnProcess process("/bin/true");
+  process.Execute(SpawnProcess::kNullOutput);
+  process.Wait();
+  return process.Pid();
+}
+
+// Waits until the process runs `name` (it has passed exec).
+void AwaitComm(pid_t pid, const std::string& name) {
+  const auto deadline = Clock::now() + std::chrono::seconds(10);
+  for (;;) {
+    std::ifstream in("/proc/" + std::to_string(pid) + "/comm");
+    std::string comm;
+    if ((std::getline(in, comm) && comm == name) || Clock::now() > deadline) {
+      return;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+}
+
+struct KillCase {
+  const char* name;
+  const char* script;  // ends in "exec sleep", so the PID becomes sleep's
+  std::int64_t timeout_us;
+  int result;
+  const char* message;  // %d: the PID
+  int end_signal;
+};
+
+void PrintTo(const KillCase& c, std::ostream* os) { *os << c.name; }
+
+class KillProcessAndWaitTest : public testing::TestWithParam<KillCase> {};
+
+TEST_P(KillProcessAndWaitTest, SignalsThenEscalatesOnce) {
+  const KillCase& c = GetParam();
+  SpawnProcess process("/bin/sh", {"-c", c.script});
+  process.Execute(SpawnProcess::kNullOutput);
+  // Reaped at once when it dies, so that it stops existing.
+  std::string end;
+  std::thread reaper([&process, &end] {
+    try {
+      process.Wait();
+    } catch (const std::exception& e) {
+      end = e.what();
+    }
+  });
+  // Once the shell has become sleep, its trap is in place.
+  AwaitComm(process.Pid(), "sleep");
+  testing::internal::CaptureStderr();
+  const auto start = Clock::now();
+  EXPECT_EQ(corvo::KillProcessAndWait(process.Pid(), SIGTERM, c.timeout_us), c.result);
+  const auto elapsed = Clock::now() - start;
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), fmt::sprintf(c.message, process.Pid()));
+  reaper.join();
+  EXPECT_EQ(end, "Child (/bin/sh) exited with signal " + std::to_string(c.end_signal));
+  EXPECT_GE(elapsed, std::chrono::microseconds(c.result == 0 ? c.timeout_us : 0));
+  EXPECT_LT(elapsed, std::chrono::seconds(5));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Processes, KillProcessAndWaitTest,
+    testing::Values(KillCase{"Exits", "exec sleep 30", 10000000, -1, "", SIGTERM},
+                    KillCase{"IgnoresTerm", "trap '' TERM; exec sleep 30", 200000, 0,
+                             "PID %d didn't exit from signal 15. Trying harder.\n", SIGKILL}),
+    [](const testing::TestParamInfo<KillCase>& case_info) { return case_info.param.name; });
+
+TEST(KillProcessAndWaitErrorTest, MissingProcessThrows) {
+  const pid_t pid = GonePid();
+  testing::internal::CaptureStderr();
+  try {
+    corvo::KillProcessAndWait(pid, SIGTERM, 1000000);
+    ADD_FAILURE() << "returned";
+  } catch (const corvo::ErrnoException& e) {
+    EXPECT_EQ(e.Errno(), ESRCH);
+    EXPECT_STREQ(e.what(), "KillProcessAndWait: No such process");
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "Failed to send signal 15 to " + std::to_string(pid) + ".\n");
+}
+
+TEST(KillProcessAndWaitDeathTest, GroupPidsAreRefused) {
+  // In a group of its own, a wrongly accepted 0 would only hit the test child.
+  EXPECT_EXIT(
+      {
+        setpgid(0, 0);
+        try {
+          corvo::KillProcessAndWait(0, SIGTERM, 0);
+        } catch (const corvo::ErrnoException&) {
+          std::_Exit(0);
+        }
+        std::_Exit(1);
+      },
+      testing::ExitedWithCode(0), "Failed to send signal 15 to 0.");
+}
+
+struct PidFileCase {
+  const char* name;
+  const char* content;  // nullptr: no file; "live": a running sleep; "gone": a reaped PID
+  const char* process;  // the name asked for
+  int error;            // 0: the running sleep is found
+  const char* message;  // %s: the name asked for
+};
+
+void PrintTo(const PidFileCase& c, std::ostream* os) { *os << c.name; }
+
+class ReadPidFileTest : public testing::TestWithParam<PidFileCase> {
+ protected:
+  void SetUp() override {
+    m_daemon.Execute(SpawnProcess::kNullOutput);
+    AwaitComm(m_daemon.Pid(), "sleep");
+  }
+  void TearDown() override {
+    kill(m_daemon.Pid(), SIGKILL);
+    EXPECT_THROW(m_daemon.Wait(), std::runtime_error);
+    unlink(m_path.c_str());
+  }
+  SpawnProcess m_daemon{"/bin/sleep", {"30"}};
+  const std::string m_path = testing::TempDir() + "pidfile_test." + std::to_string(getpid());
+};
+
+TEST_P(ReadPidFileTest, FindsOnlyALiveProcessOfTheName) {
+  const PidFileCase& c = GetParam();
+  unlink(m_path.c_str());
+  if (c.content) {
+    const std::string content = c.content;
+    std::ofstream(m_path) << (content == "live"   ? std::to_string(m_daemon.Pid()) + "\n"
+                              : content == "gone" ? std::to_string(GonePid()) + "\n"
+                                                  : content);
+  }
+  testing::internal::CaptureStderr();
+  const pid_t pid = corvo::ReadPidFile(m_path, c.process);
+  const int error = errno;
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), fmt::sprintf(c.message, c.process));
+  EXPECT_EQ(pid, c.error ? -1 : m_daemon.Pid());
+  if (c.error) {
+    EXPECT_EQ(error, c.error);
+  }
+}
+
+const char* const kNotRunning = "PID file exists but %s not running\n";
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, ReadPidFileTest,
+    testing::Values(
+        PidFileCase{"NoFile", nullptr, "sleep", ENOENT, ""},
+        PidFileCase{"DeadProcess", "gone", "sleep", ESRCH,
+                    "PID file exists but %s process does not exist: No such file or directory\n"},
+        PidFileCase{"OtherName", "live", "udhcpd", ESRCH, kNotRunning},
+        PidFileCase{"NamePrefix", "live", "slee", ESRCH, kNotRunning},
+        PidFileCase{"Zero", "0\n", "sleep", ESRCH, kNotRunning},
+        PidFileCase{"Garbage", "pid\n", "sleep", ESRCH, kNotRunning},
+        PidFileCase{"Negative", "-1\n", "sleep", ESRCH, kNotRunning},
+        PidFileCase{"Running", "live", "sleep", 0, ""}),
+    [](const testing::TestParamInfo<PidFileCase>& case_info) { return case_info.param.name; });
+
+}  // namespace

@@ -1,0 +1,256 @@
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <dirent.h>
+#include <fcntl.h>
+#include <fstream>
+#include <functional>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+#include "lib/platform/async_signals.h"
+#include "lib/platform/spawn_process.h"
+
+namespace {
+
+using corvo::SpawnProcess;
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream in(path);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+// What a forked child left: exit status, standard output and error, /dev/kmsg.
+struct Outcome {
+  int status = 0;
+  std::string out, err, kmsg;
+};
+
+// Runs `body` in a forked child with a private mount namespace in which
+// /dev/kmsg is a plain file, so nothing reaches the host's kernel log; the
+// child's standard input holds "parent-stdin\n".
+Outcome Isolated(const std::function<int()>& body) {
+  char dir_template[] = "/tmp/spawn_test.XXXXXX";
+  const std::string dir = mkdtemp(dir_template);
+  const std::string files[] = {dir + "/out", dir + "/err", dir + "/kmsg"};
+  for (const auto& path : files) {
+    std::ofstream create(path);
+  }
+  std::fflush(nullptr);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    int in[2];
+    if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) ||
+        mount(files[2].c_str(), "/dev/kmsg", nullptr, MS_BIND, nullptr) || pipe(in) ||
+        write(in[1], "parent-stdin\n", 13) != 13) {
+      _exit(200);
+    }
+    close(in[1]);
+    dup2(in[0], 0);
+    dup2(open(files[0].c_str(), O_WRONLY), 1);
+    dup2(open(files[1].c_str(), O_WRONLY), 2);
+    try {
+      _exit(body());
+    } catch (const std::exception& e) {
+      std::fprintf(stderr, "exception: %s\n", e.what());
+      std::fflush(stderr);
+      _exit(201);
+    }
+  }
+  Outcome outcome;
+  EXPECT_EQ(waitpid(pid, &outcome.status, 0), pid);
+  outcome.out = ReadFile(files[0]);
+  outcome.err = ReadFile(files[1]);
+  outcome.kmsg = ReadFile(files[2]);
+  for (const auto& path : files) {
+    unlink(path.c_str());
+  }
+  rmdir(dir.c_str());
+  return outcome;
+}
+
+struct StreamCase {
+  const char* name;
+  const char* program;
+  const char* script;
+  unsigned int flags;
+  int status;
+  const char* out;
+  const char* err;
+  const char* kmsg;
+};
+
+void PrintTo(const StreamCase& c, std::ostream* os) { *os << c.name; }
+
+class SpawnStreamsTest : public testing::TestWithParam<StreamCase> {};
+
+TEST_P(SpawnStreamsTest, ChildRunsWithTheStreamsAndGroupTheFlagsSay) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "a private /dev/kmsg needs root";
+  }
+  const StreamCase& c = GetParam();
+  // Forked, because the foreground flag also moves the caller into a new group.
+  const Outcome result = Isolated([&c] {
+    SpawnProcess process(c.program, {"-c", c.script});
+    process.Execute(c.flags);
+    return process.Wait();
+  });
+  ASSERT_TRUE(WIFEXITED(result.status)) << result.status;
+  EXPECT_EQ(WEXITSTATUS(result.status), c.status) << result.err;
+  EXPECT_EQ(result.out, c.out);
+  EXPECT_EQ(result.err, c.err);
+  EXPECT_EQ(result.kmsg, c.kmsg);
+}
+
+// Exits with read's status: 1 when standard input is empty.
+const char* const kEcho =
+    "IFS= read -r line; rc=$?; echo \"in:$line\"; echo \"err:$line\" >&2; exit $rc";
+const char* const kGroup =
+    "read -r _ _ _ _ pgrp sid _ < /proc/$$/stat; [ $pgrp = $$ ] && echo group; "
+    "[ $sid = $$ ] && echo session; true";
+constexpr unsigned int kKmsg = SpawnProcess::kKernelLogOutput;
+
+INSTANTIATE_TEST_SUITE_P(
+    Flags, SpawnStreamsTest,
+    testing::Values(
+        StreamCase{"Inherited", "/bin/sh", kEcho, 0, 0, "in:parent-stdin\n", "err:parent-stdin\n",
+                   ""},
+        StreamCase{"AlongPathWatched", "sh", kEcho, SpawnProcess::kWatchdog, 0, "in:parent-stdin\n",
+                   "err:parent-stdin\n", ""},
+        StreamCase{"NullDevice", "/bin/sh", kEcho, SpawnProcess::kNullOutput, 1, "", "", ""},
+        StreamCase{"KernelLog", "/bin/sh", kEcho, kKmsg, 1, "", "", "in:\nerr:\n"},
+        StreamCase{"StderrToStdout", "/bin/sh", kEcho, SpawnProcess::kStderrToStdout, 0,
+                   "in:parent-stdin\nerr:parent-stdin\n", "", ""},
+        StreamCase{"ExitCode", "/bin/sh", "exit 42", kKmsg | SpawnProcess::kWatchdog, 42, "", "",
+                   ""},
+        StreamCase{"Foreground", "/bin/sh", kGroup, SpawnProcess::kForeground, 0, "group\n", "",
+                   ""},
+        StreamCase{"NewSession", "/bin/sh", kGroup, SpawnProcess::kNewSession, 0,
+                   "group\nsession\n", "", ""},
+        StreamCase{"MissingProgram", "/nonexistent/prog", "", 0, 127, "", "",
+                   "SpawnProcess child '/nonexistent/prog' failed: exec: No such file or "
+                   "directory\n"},
+        StreamCase{"NotExecutable", "/etc/passwd", "", kKmsg, 127, "", "",
+                   "SpawnProcess child '/etc/passwd' failed: exec: Permission denied\n"}),
+    [](const testing::TestParamInfo<StreamCase>& case_info) { return case_info.param.name; });
+
+TEST(SpawnProcessTest, ChildKilledBySignalThrows) {
+  SpawnProcess process("/bin/sleep", {"30"});
+  process.Execute(SpawnProcess::kNullOutput);
+  ASSERT_EQ(kill(process.Pid(), SIGKILL), 0);
+  try {
+    process.Wait();
+    FAIL() << "Wait returned";
+  } catch (const std::runtime_error& e) {
+    EXPECT_STREQ(e.what(), "Child (/bin/sleep) exited with signal 9");
+  }
+}
+
+class SpawnCaptureTest : public testing::TestWithParam<int> {};
+
+TEST_P(SpawnCaptureTest, CapturesAllOutput) {
+  const std::string size = std::to_string(GetParam());
+  SpawnProcess process("/bin/sh",
+                       {"-c", "head -c " + size + " /dev/zero | tr '\\0' x; echo e >&2"});
+  process.Execute(SpawnProcess::kNullOutput | SpawnProcess::kCaptureOutput);
+  EXPECT_EQ(process.Wait(), 0);
+  EXPECT_EQ(process.CapturedOutput(), std::string(static_cast<std::size_t>(GetParam()), 'x'));
+}
+
+// Around the 1024-byte read size and beyond a pipe's 64 KiB buffer.
+INSTANTIATE_TEST_SUITE_P(Sizes, SpawnCaptureTest, testing::Values(0, 1, 1024, 1025, 70000));
+
+TEST(SpawnProcessTest, StdinPipeFeedsTheChild) {
+  SpawnProcess process("/bin/cat");
+  process.Execute(SpawnProcess::kNullOutput | SpawnProcess::kStdinPipe |
+                  SpawnProcess::kCaptureOutput);
+  ASSERT_EQ(write(process.StdinFd(), "first\nsecond\n", 13), 13);
+  EXPECT_EQ(process.Wait(), 0);
+  EXPECT_EQ(process.CapturedOutput(), "first\nsecond\n");
+}
+
+TEST(SpawnProcessTest, ChildStartsWithTheAsyncSignalsUnblocked) {
+  const int signals[] = {SIGTERM, SIGINT, SIGHUP, SIGCHLD, SIGRTMIN + 1, SIGRTMIN + 2};
+  corvo::ConfigureSignals(corvo::kBlockSignals);
+  sigset_t blocked;
+  pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+  // Not through a shell: dash clears its signal mask when it starts.
+  SpawnProcess process("grep", {"SigBlk", "/proc/self/status"});
+  process.Execute(SpawnProcess::kNullOutput | SpawnProcess::kCaptureOutput);
+  const int rc = process.Wait();
+  corvo::ConfigureSignals(corvo::kUnblockSignals);
+  unsigned long long child = 0;
+  ASSERT_EQ(rc, 0);
+  ASSERT_EQ(std::sscanf(process.CapturedOutput().c_str(), "SigBlk: %llx", &child), 1);
+  for (const int signal : signals) {
+    EXPECT_TRUE(sigismember(&blocked, signal)) << signal;
+    EXPECT_EQ(child & (1ULL << (signal - 1)), 0u) << signal;
+  }
+}
+
+TEST(SpawnProcessTest, ChangedIdentityKeepsOnlyBindService) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "changing identity needs root";
+  }
+  SpawnProcess process("/bin/sh", {"-c",
+                                   "id -u; id -g; id -G; grep -E 'Cap(Eff|Amb)' "
+                                   "/proc/self/status"});
+  process.SetIdentity(65534, 65534, {65534});
+  process.Execute(SpawnProcess::kNullOutput | SpawnProcess::kCaptureOutput);
+  EXPECT_EQ(process.Wait(), 0);
+  EXPECT_EQ(process.CapturedOutput(),
+            "65534\n65534\n65534\nCapEff:\t0000000000000400\nCapAmb:\t0000000000000400\n");
+}
+
+// This process's children, from the parent field of /proc/PID/stat.
+std::vector<pid_t> Children() {
+  std::vector<pid_t> children;
+  DIR* proc = opendir("/proc");
+  while (dirent* entry = proc ? readdir(proc) : nullptr) {
+    const std::string stat = ReadFile(std::string("/proc/") + entry->d_name + "/stat");
+    const auto name_end = stat.rfind(')');
+    int parent = 0;
+    if (name_end != std::string::npos &&
+        std::sscanf(stat.c_str() + name_end + 1, " %*c %d", &parent) == 1 && parent == getpid()) {
+      children.push_back(std::atoi(entry->d_name));
+    }
+  }
+  if (proc) {
+    closedir(proc);
+  }
+  return children;
+}
+
+TEST(SpawnProcessDeathTest, WatchdogAbortsAWaitThatHangs) {
+  // The orphaned sleeper comes back to this process to be killed and reaped.
+  if (prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) {
+    GTEST_SKIP() << "no child subreaper here (user-mode emulation)";
+  }
+  EXPECT_DEATH(
+      {
+        SpawnProcess::SetWatchdogTimeoutForTesting(std::chrono::milliseconds(100));
+        SpawnProcess process("/bin/sleep", {"30"});
+        process.Execute(SpawnProcess::kNullOutput | SpawnProcess::kWatchdog);
+        process.Wait();
+      },
+      "Abort due to timeout on waitpid");
+  const std::vector<pid_t> orphans = Children();
+  EXPECT_EQ(orphans.size(), 1u);
+  for (const pid_t orphan : orphans) {
+    kill(orphan, SIGKILL);
+    EXPECT_EQ(waitpid(orphan, nullptr, 0), orphan);
+  }
+  prctl(PR_SET_CHILD_SUBREAPER, 0);
+}
+
+}  // namespace
