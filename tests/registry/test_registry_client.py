@@ -1,0 +1,193 @@
+"""The registry client (through registry_probe) against the development service
+on a private system bus, and against a dbusmock double where faults are injected."""
+
+import json
+import subprocess
+import threading
+import time
+
+import pytest
+
+from conftest import probe
+
+# name, arguments, in signature, out signature
+OPERATIONS = [
+    ("ReadAllJson", [], "", "s"),
+    ("WriteJson", ["{}"], "s", ""),
+    ("Read", ["networking", "eth0"], "ss", "s"),
+    ("Write", ["networking", "eth0", "dhcp"], "sss", ""),
+    ("KeyExists", ["networking", "eth0"], "ss", "b"),
+    ("SectionExists", ["networking"], "s", "b"),
+    ("DeleteKey", ["networking", "eth0"], "ss", ""),
+    ("DeleteSection", ["networking"], "s", ""),
+    ("DeleteAll", [], "", ""),
+    ("SectionList", [], "", "as"),
+    ("KeyList", ["networking"], "s", "a{ss}"),
+    ("Flush", [], "", ""),
+]
+
+INVALID_NAME = "EXCEPTION InvalidName: Invalid name: InvalidName\n"
+FULL = "EXCEPTION Full: Registry full\n"
+INVALID_JSON = "EXCEPTION InvalidJson: Invalid JSON format:Invalid JSON\n"
+INVALID_ARGS = "EXCEPTION DBus org.freedesktop.DBus.Error.InvalidArgs: "
+INVALID_ENCODING = "EXCEPTION InvalidEncoding: Input data not valid UTF-8\n"
+
+# Each step's expected output; a dict is the store, as ReadAllJson and the file show it.
+ROUND_TRIP = [
+    (["SectionExists", "networking"], "false\n"),
+    (["Write", "networking", "eth0", "dhcp"], ""),
+    (["Write", "networking", "ws", "Grüße ✓"], ""),
+    (["Write", ".omba", "hn", "player-1"], ""),
+    (["Read", "networking", "eth0"], "dhcp\n"),
+    (["Read", "networking", "missing"], "\n"),
+    (["KeyExists", "networking", "eth0"], "true\n"),
+    (["KeyExists", "networking", "missing"], "false\n"),
+    (["SectionExists", "networking"], "true\n"),
+    (["SectionList"], ".omba\nnetworking\n"),
+    (["KeyList", "networking"], "eth0=dhcp\nws=Grüße ✓\n"),
+    (["WriteJson", '{"wlan0": {"wm": "1"}, ".omba": {"hn": "player-2"}}'], ""),
+    (["ReadAllJson"], {".omba": {"hn": "player-2"}, "wlan0": {"wm": "1"},
+                       "networking": {"eth0": "dhcp", "ws": "Grüße ✓"}}),
+    (["DeleteKey", "networking", "eth0"], ""),
+    (["DeleteSection", "wlan0"], ""),
+    (["Flush"], ""),
+    (["ReadAllJson"], {".omba": {"hn": "player-2"}, "networking": {"ws": "Grüße ✓"}}),
+    (["DeleteAll"], ""),
+    (["SectionList"], ""),
+    (["ReadAllJson"], {}),
+]
+
+
+def test_every_operation_round_trips_through_the_service(bus, start_service):
+    store = start_service()
+    for args, expected in ROUND_TRIP:
+        status, output = probe(bus.address, *args)
+        assert status == 0, (args, output)
+        if isinstance(expected, dict):
+            assert json.loads(output) == expected
+            assert json.loads(store.read_text()) == expected
+        else:
+            assert output == expected, args
+
+
+@pytest.mark.parametrize("args, options, expected", [
+    (["Write", "bad name", "k", "v"], [], INVALID_NAME),
+    (["Read", "networking", ""], [], INVALID_NAME),
+    (["KeyList", "a/b"], [], INVALID_NAME),
+    (["WriteJson", '{"ok": {"bad key": "v"}}'], [], INVALID_NAME),
+    (["Write", "s", "k", "x" * 200], ["--limit", "100"], FULL),
+    (["WriteJson", json.dumps({"t": {"k": "x" * 200}})], ["--limit", "100"], FULL),
+    (["WriteJson", "{not json"], [], INVALID_JSON),
+    (["WriteJson", '["a list"]'], [], INVALID_JSON),
+    (["WriteJson", '{"s": {"k": 1}}'], [], INVALID_JSON),
+], ids=["section", "key", "keylist", "json-key", "write-full", "json-full", "syntax", "array", "number"])
+def test_service_errors_reach_the_caller_and_change_nothing(bus, start_service, args, options,
+                                                            expected):
+    start_service(*options)
+    assert probe(bus.address, "Write", "s", "seed", "1") == (0, "")
+    assert probe(bus.address, *args) == (2, expected)
+    assert probe(bus.address, "KeyList", "s") == (0, "seed=1\n")
+
+
+@pytest.mark.parametrize("error, expected", [
+    ("com.ombalabs.Registry.Errors.InvalidName", INVALID_NAME),
+    ("com.ombalabs.Registry.Errors.Full", FULL),
+    ("com.ombalabs.Registry.Errors.InvalidJson", INVALID_JSON),
+    ("org.example.Storage.Broken", "EXCEPTION DBus org.example.Storage.Broken: disk on fire\n"),
+], ids=["InvalidName", "Full", "InvalidJson", "other"])
+@pytest.mark.parametrize("name, args, in_signature, out_signature", OPERATIONS,
+                         ids=[operation[0] for operation in OPERATIONS])
+def test_errors_are_translated_for_every_operation(mock_bus, mock, name, args, in_signature,
+                                                   out_signature, error, expected):
+    mock.add(name, in_signature, out_signature,
+             f"raise dbus.exceptions.DBusException('disk on fire', name='{error}')")
+    assert probe(mock_bus[0].address, name, *args) == (2, expected)
+    assert mock.calls() == [name]
+
+
+@pytest.mark.parametrize("args, out_signature, code, expected", [
+    (["SectionList"], "s", "ret = 'eth0'", INVALID_ARGS + "array expected\n"),
+    (["SectionList"], "", "", INVALID_ARGS + "array expected\n"),
+    (["SectionList"], "ai", "ret = [1]", INVALID_ARGS + "type mismatch\n"),
+    (["SectionList"], "as", "ret = dbus.Array([], signature='s')", ""),
+    (["SectionList"], "as", "ret = ['wlan0', 'eth0', '.omba']", "wlan0\neth0\n.omba\n"),
+    (["KeyList", "x"], "s", "ret = 'a=b'", INVALID_ARGS + "dictionary value expected\n"),
+    (["KeyList", "x"], "as", "ret = ['a']", INVALID_ARGS + "dictionary value expected\n"),
+    (["KeyList", "x"], "a{sv}", "ret = {'a': 1}", INVALID_ARGS + "type mismatch\n"),
+    (["KeyList", "x"], "a{ss}", "ret = dbus.Dictionary({}, signature='ss')", ""),
+    (["KeyList", "x"], "a{ss}", "ret = {'b': '2', 'a': '1'}", "a=1\nb=2\n"),
+    (["Read", "s", "k"], "i", "ret = 5", INVALID_ARGS + "type mismatch\n"),
+], ids=["list-string", "list-nothing", "list-int", "list-empty", "list-order", "map-string",
+        "map-array", "map-variant", "map-empty", "map-sorted", "read-int"])
+def test_replies_are_checked_for_their_type(mock_bus, mock, args, out_signature, code, expected):
+    mock.add(args[0], "s" * (len(args) - 1), out_signature, code)
+    status, output = probe(mock_bus[0].address, *args)
+    assert (status, output) == (2 if expected.startswith("EXCEPTION") else 0, expected)
+
+
+@pytest.mark.parametrize("args", [
+    ["Write", "hex:ff", "k", "v"],
+    ["Write", "s", "hex:6bc3", "v"],
+    ["Write", "s", "k", "hex:eda080"],
+    ["Write", "s", "k", "hex:610062"],
+    ["Read", "s", "hex:c0af"],
+    ["KeyExists", "hex:f8888080", "k"],
+    ["SectionExists", "hex:fe"],
+    ["DeleteKey", "s", "hex:80"],
+    ["DeleteSection", "hex:e282"],
+    ["KeyList", "hex:ff"],
+    ["WriteJson", "hex:7bfe7d"],
+], ids=lambda args: "-".join(args))
+def test_invalid_utf8_is_refused_before_anything_is_sent(mock_bus, mock, args):
+    for name, _, in_signature, out_signature in OPERATIONS:
+        mock.add(name, in_signature, out_signature)
+    assert probe(mock_bus[0].address, *args) == (2, INVALID_ENCODING)
+    assert mock.calls() == []
+
+
+@pytest.mark.parametrize("address, error", [
+    (None, "org.freedesktop.DBus.Error.ServiceUnknown"),
+    ("unix:path=/nonexistent/socket", "org.freedesktop.DBus.Error."),
+])
+def test_missing_service_or_bus_is_a_dbus_error(bus, address, error):
+    status, output = probe(address or bus.address, "Read", "s", "k")
+    assert status == 2 and output.startswith("EXCEPTION DBus " + error), output
+
+
+def test_concurrent_reads_are_answered_one_after_the_other(mock_bus, mock):
+    bus, _ = mock_bus
+    mock.add("Read", "ss", "s", "time.sleep(0.5)\nret = args[0] + '/' + args[1]")
+    # The bus routes every message past a monitor in order: the calls overlap
+    # exactly when the second call passes before the first reply.
+    monitor = subprocess.Popen(["dbus-monitor", "--address", bus.address, "--profile"],
+                               stdout=subprocess.PIPE, text=True)
+    lines = []
+
+    def collect():
+        for line in monitor.stdout:
+            lines.append(line)
+
+    reader = threading.Thread(target=collect)
+    reader.start()
+    try:
+        deadline = time.monotonic() + 20
+        while not any(line.endswith("\tClearCalls\n") for line in list(lines)):
+            assert time.monotonic() < deadline, "dbus-monitor did not start"
+            mock.control.ClearCalls()
+            time.sleep(0.1)
+        status, output = probe(bus.address, "threads", "s", "k")
+        time.sleep(0.2)
+    finally:
+        monitor.terminate()
+        monitor.wait()
+        reader.join()
+    assert status == 0 and sorted(output.splitlines()) == ["thread 0: s/k", "thread 1: s/k"]
+
+    calls, order = set(), []
+    for fields in (line.rstrip("\n").split("\t") for line in lines):
+        if fields[0] == "mc" and fields[-1] == "Read":
+            calls.add((fields[3], fields[2]))  # sender, serial
+            order.append("call")
+        elif fields[0] == "mr" and (fields[4], fields[5]) in calls:
+            order.append("reply")
+    assert order == ["call", "reply", "call", "reply"]
