@@ -1,0 +1,120 @@
+"""The command line of linkrig: argument checks, Ethernet presence, the
+actions that do nothing, and the link check, run in a simulated player."""
+
+import pytest
+
+pytestmark = pytest.mark.usefixtures("linkrig_binary")
+
+USAGE = "Usage: linkrig <interface> init|add|start|stop|reconfigure|checklink\n"
+ACTIONS = ["init", "add", "remove", "start", "stop", "reconfigure", "checklink", "update"]
+REFUSED = "Ethernet is not supported on this hardware.\n"
+
+
+def linkrig(player, *args):
+    result = player.linkrig(*args)
+    if len(args) >= 2:
+        # Whatever follows, the first line on standard error echoes the call.
+        assert result.stderr.startswith(f"linkrig: {args[0]} {args[1]}\n"), result.stderr
+    return result
+
+
+def echo(ifname, action):
+    return f"linkrig: {ifname} {action}\n"
+
+
+@pytest.mark.parametrize("hwflags", ["0x10", "0"])
+@pytest.mark.parametrize("args, stderr", [
+    ((), "linkrig: too few args\n" + USAGE),
+    (("eth0",), "linkrig: too few args\n" + USAGE),
+    (("eth0", "start", "now"), echo("eth0", "start") + USAGE),
+    (("wlan0", "checklink", "x", "y"), echo("wlan0", "checklink") + USAGE),
+])
+def test_wrong_argument_count(make_player, hwflags, args, stderr):
+    player = make_player(hwvars={"VL_HWFLAGS": hwflags})
+    result = linkrig(player, *args)
+    assert (result.returncode, result.stdout, result.stderr) == (1, "", stderr)
+
+
+@pytest.mark.parametrize("ifname, action", [
+    ("wlan0", "frobnicate"), ("host", "Start"), ("eth0", ""), ("ppp0", "restart"),
+    ("eth0", "checklink "),
+])
+def test_unknown_action(player, ifname, action):
+    result = linkrig(player, ifname, action)
+    expected = (1, "", echo(ifname, action) + USAGE)
+    assert (result.returncode, result.stdout, result.stderr) == expected
+
+
+@pytest.mark.parametrize("hwflags", ["0", "0x20", "010", "0xffffffffffffffef"])
+@pytest.mark.parametrize("action", ACTIONS + ["bogus"])
+def test_ethernet_refused_without_hardware_bit(make_player, hwflags, action):
+    player = make_player(hwvars={"VL_HWFLAGS": hwflags})
+    result = linkrig(player, "eth0", action)
+    assert (result.returncode, result.stdout, result.stderr) == (1, REFUSED, echo("eth0", action))
+
+
+@pytest.mark.parametrize("hwvars", [
+    {"VL_HWFLAGS": "0x10"}, {"VL_HWFLAGS": "16"}, {"VL_HWFLAGS": "020"},
+    {"VL_HWFLAGS": "0x30"}, {}, None,
+], ids=["hex", "decimal", "octal", "more-bits", "no-variable", "no-environment"])
+def test_ethernet_accepted(make_player, hwvars):
+    player = make_player(hwvars=hwvars)
+    result = linkrig(player, "eth0", "checklink")
+    assert (result.returncode, result.stdout) == (0, "eth0: Link is up\n")
+
+
+@pytest.mark.parametrize("ifname, action", [
+    ("wlan0", "init"), ("host", "add"), ("eth1", "remove"), ("host", "stop"),
+    ("eth0", "add"), ("eth0", "remove"), ("host", "remove"),
+])
+def test_actions_that_do_nothing(player, ifname, action):
+    result = linkrig(player, ifname, action)
+    assert (result.returncode, result.stdout, result.stderr) == (0, "", echo(ifname, action))
+    assert player.led("ethernet") == {"trigger": "none", "brightness": "0"}
+
+
+@pytest.mark.player(ports=("eth0", "wlan0"))
+@pytest.mark.parametrize("ifname, change, status, state", [
+    ("eth0", None, 0, "up"),
+    ("wlan0", None, 0, "up"),
+    ("eth0", "peer down", 1, "down"),
+    ("eth0", "port down", 1, "down"),
+    ("eth0", "other peer down", 0, "up"),
+    ("eth5", None, 1, "down"),
+    ("abcdefghijklmno", None, 1, "down"),
+])
+def test_checklink(player, ifname, change, status, state):
+    if change == "peer down":
+        player.set_peer_link("eth0", up=False)
+    elif change == "port down":
+        player.set_link("eth0", up=False)
+    elif change == "other peer down":
+        player.set_peer_link("wlan0", up=False)
+    result = linkrig(player, ifname, "checklink")
+    assert (result.returncode, result.stdout, result.stderr) == (
+        status, f"{ifname}: Link is {state}\n", echo(ifname, "checklink"))
+
+
+@pytest.mark.parametrize("ports, down, status", [
+    (("eth0", "wlan0"), (), 0),
+    (("eth0", "wlan0"), ("eth0",), 0),
+    (("eth0", "wlan0"), ("wlan0",), 0),
+    (("eth0", "wlan0"), ("eth0", "wlan0"), 1),
+    (("eth0",), ("eth0",), 1),
+    ((), (), 1),
+])
+def test_host_checklink(make_player, ports, down, status):
+    player = make_player(ports=ports)
+    for port in down:
+        player.set_peer_link(port, up=False)
+    result = linkrig(player, "host", "checklink")
+    assert (result.returncode, result.stdout, result.stderr) == (
+        status, "", echo("host", "checklink"))
+
+
+@pytest.mark.parametrize("action", ["checklink", "start"])
+@pytest.mark.parametrize("ifname", ["", "a/b", "..", ".", "x:y", "has space", "a" * 16, "tab\tx"])
+def test_bad_interface_name(player, ifname, action):
+    result = linkrig(player, ifname, action)
+    expected = (1, "", echo(ifname, action) + USAGE)
+    assert (result.returncode, result.stdout, result.stderr) == expected

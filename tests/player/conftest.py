@@ -1,0 +1,1 @@
+from player.fixtures import linkrig_binary, make_player, player, pytest_configure  # noqa: F401

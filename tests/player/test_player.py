@@ -1,0 +1,110 @@
+"""Self-tests of the simulated player."""
+
+import os
+import socket
+import subprocess
+
+import pytest
+
+from player import Player
+
+
+def test_system_bus_at_standard_path(player):
+    assert player.exists("/run/dbus/system_bus_socket")
+    # No bus address in the environment: the default system bus is ours.
+    for run in (player.run, player.lan.run):
+        result = run(["dbus-send", "--system", "--print-reply", "--dest=org.freedesktop.DBus",
+                      "/org/freedesktop/DBus", "org.freedesktop.DBus.GetId"])
+        assert result.returncode == 0, result.stderr
+    assert "org.freedesktop.DBus" in player.run(["busctl", "--system", "list"]).stdout
+
+
+@pytest.mark.player(ports=("eth0", "wlan0"))
+def test_ports_have_carrier_and_follow_cable(player):
+    assert sorted(player.listdir("/sys/class/net")) == ["eth0", "lo", "wlan0"]
+    for port in player.ports:
+        assert player.link_state(port) == {"up": True, "carrier": True, "operstate": "up"}
+        assert player.lan.link_state(port)["carrier"]
+    player.set_peer_link("eth0", up=False)
+    assert not player.link_state("eth0")["carrier"]
+    assert player.link_state("wlan0")["carrier"]
+    player.set_peer_link("eth0", up=True)
+    player.set_link("wlan0", up=False)
+    assert player.link_state("eth0")["carrier"]
+    assert player.link_state("wlan0") == {"up": False, "carrier": False, "operstate": "down"}
+
+
+def test_led_timer_trigger_emulation(player):
+    led = "/sys/class/leds/ethernet"
+    assert player.led("ethernet") == {"trigger": "none", "brightness": "0"}
+    player.write_file(f"{led}/trigger", "timer")
+    assert player.led("ethernet") == {"trigger": "timer", "brightness": "0",
+                                      "delay_on": "500", "delay_off": "500"}
+    player.write_file(f"{led}/trigger", "none")
+    assert player.led("ethernet") == {"trigger": "none", "brightness": "0"}
+    # Delays a writer sets right after the trigger are kept, as with the
+    # kernel's files.
+    player.run(["sh", "-c", f"cd {led} && printf timer > trigger && printf 255 > brightness"
+                            " && printf 900 > delay_off && printf 100 > delay_on"], check=True)
+    assert player.led("ethernet") == {"trigger": "timer", "brightness": "255",
+                                      "delay_on": "100", "delay_off": "900"}
+    assert player.led("wifi") == {"trigger": "none", "brightness": "0"}
+
+
+@pytest.mark.player(leds=())
+def test_player_without_leds(player):
+    assert player.led("ethernet") is None
+    assert not player.exists("/sys/class/leds")
+
+
+@pytest.mark.parametrize("hwvars", [{}, {"VL_HWFLAGS": "0x10", "VL_SERIAL": "A 1=2"}, None])
+def test_boot_environment(make_player, hwvars):
+    player = make_player(hwvars=hwvars)
+    result = player.run(["fw_printenv"])
+    if hwvars is None:
+        assert not player.exists("/etc/fw_env.config")
+        assert result.returncode != 0
+        return
+    assert result.returncode == 0, result.stderr
+    assert result.stdout == "".join(f"{k}={v}\n" for k, v in sorted(hwvars.items()))
+    player.set_hwvars({"VL_HWFLAGS": "0"})
+    assert player.run(["fw_printenv", "VL_HWFLAGS"]).stdout == "VL_HWFLAGS=0\n"
+
+
+def test_changes_stay_inside(player):
+    host_name = socket.gethostname()
+    player.run(["hostname", "renamed"], check=True)
+    player.run(["sh", "-c", "echo x > /var/run/player-probe && echo y > /etc/player-probe"
+                            " && ln -s pts/0 /dev/player-probe"], check=True)
+    assert player.hostname() == "renamed"
+    assert player.read_file("/run/player-probe") == "x\n"
+    assert socket.gethostname() == host_name
+    assert not os.path.exists("/run/player-probe")
+    assert not os.path.exists("/etc/player-probe")
+    assert not os.path.lexists("/dev/player-probe")
+    player.run(["sh", "-c", "echo hello > /dev/kmsg"], check=True)
+    assert "hello\n" in player.kmsg()
+
+
+def test_timeout_kills_the_program(player):
+    with pytest.raises(subprocess.TimeoutExpired):
+        player.run(["sleep", "60"], timeout=0.3)
+    assert "sleep" not in player.run(["ps", "-eo", "comm"]).stdout
+
+
+def test_nothing_left_after_close():
+    mounts = open("/proc/self/mountinfo").read()
+    netns = subprocess.run(["ip", "netns", "list"], capture_output=True, text=True).stdout
+    with pytest.raises(KeyError):
+        with Player(ports=("eth0", "wlan0")) as player:
+            player.start_daemon("near", ["sh", "-c", "echo ready; exec sleep 600"],
+                                ready="ready")
+            player.lan.start_daemon("far", ["sleep", "600"])
+            player.spawn(["sh", "-c", "sleep 600 & sleep 600"])
+            player.run(["sh", "-c", "sleep 600 >/dev/null 2>&1 &"], check=True)  # orphan
+            assert len(player.leftovers()) >= 6
+            raise KeyError("test failure inside the player")
+    assert player.leftovers() == []
+    assert open("/proc/self/mountinfo").read() == mounts
+    assert subprocess.run(["ip", "netns", "list"], capture_output=True,
+                          text=True).stdout == netns
