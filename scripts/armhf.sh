@@ -72,6 +72,7 @@ make_sysroot() {
   suite=$(. /etc/os-release && echo "$VERSION_CODENAME")
   mirror=$(archive_uri "$suite")
   echo "armhf: making the sysroot $dir from $mirror ($suite)" >&2
+  rm -rf "$dir".new.*  # left by an interrupted run
   tmp=$(realpath "$(mktemp -d "$dir.new.XXXXXX")")
   log=$tmp.log
   if ! debootstrap --arch=armhf --variant=minbase --foreign \

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <sys/stat.h>
 
-#include "lib/hardware/network_ports.h"
+#include "lib/platform/network_ports.h"
 
 namespace corvo {
 

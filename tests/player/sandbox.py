@@ -41,6 +41,10 @@ from pathlib import Path
 from . import init as _init
 
 INIT_SCRIPT = str(Path(__file__).with_name("init.py"))
+REGISTRY_SERVICE = str(Path(__file__).with_name("registry_service.py"))
+REGISTRY_STORE = _init.RUN_DIR + "/registry.json"
+REGISTRY_CALL = ["busctl", "--system", "call", "com.ombalabs.Registry", "/com/ombalabs/Registry",
+                 "com.ombalabs.Registry"]
 PYTHON = "/usr/bin/python3"
 DEFAULT_TIMEOUT = 30.0
 BASE_ENV = {
@@ -475,6 +479,25 @@ class Player(_Side):
         self._settle(port)
 
     # --- LEDs --------------------------------------------------------------------
+
+    # --- the registry service --------------------------------------------------
+
+    def start_registry(self, settings=None, limit=None):
+        """Starts the development registry service on the player's bus, holding
+        settings ({section: {key: value}}); returns its Daemon."""
+        self.write_file(REGISTRY_STORE, json.dumps(settings or {}))
+        argv = [PYTHON, REGISTRY_SERVICE, REGISTRY_STORE]
+        if limit is not None:
+            argv += ["--limit", str(limit)]
+        return self.start_daemon("registry", argv, ready="ready")
+
+    def set_setting(self, section, key, value):
+        """Stores one value through the running registry service."""
+        self.run(REGISTRY_CALL + ["Write", "sss", section, key, value], check=True)
+
+    def settings(self):
+        """The registry's whole store as the service last wrote it."""
+        return json.loads(self.read_file(REGISTRY_STORE))
 
     def led(self, name, timeout=2.0):
         """The files of /sys/class/leds/NAME as {file: stripped content}, once

@@ -1,4 +1,4 @@
-#include "lib/hardware/network_ports.h"
+#include "lib/platform/network_ports.h"
 
 #include <boost/filesystem.hpp>
 

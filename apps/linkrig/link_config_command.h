@@ -1,0 +1,34 @@
+#pragma once
+// The command's front end: checks the arguments and runs the steps for one
+// (interface, action) pair.
+
+#include "apps/linkrig/command_steps.h"
+#include "lib/hardware/boot_environment.h"
+
+namespace corvo {
+
+constexpr const char* kUsage =
+    "Usage: linkrig <interface> init|add|start|stop|reconfigure|checklink\n";
+
+class LinkConfigCommand {
+ public:
+  LinkConfigCommand(const corvo::BootEnvironment& environment, CommandSteps& steps)
+      : m_environment(environment), m_steps(steps) {}
+
+  // Everything after the argument echo and the signal set-up; returns the exit status.
+  int Run(int argc, const char* const* argv);
+
+ private:
+  int Dispatch(const std::string& ifname, const std::string& action);
+  int Start(const std::string& ifname, LedNetworkStatusObserver& observer);
+  int Stop(const std::string& ifname, LedNetworkStatusObserver& observer);
+  int Reconfigure(const std::string& ifname, LedNetworkStatusObserver& observer);
+  int Update(const std::string& ifname, LedNetworkStatusObserver& observer);
+  int CheckLink(const std::string& ifname);
+  bool IsSupplicantInterface(const std::string& ifname) const;
+
+  const corvo::BootEnvironment& m_environment;
+  CommandSteps& m_steps;
+};
+
+}  // namespace corvo

@@ -1,0 +1,112 @@
+#pragma once
+// Typed read view of the stored network settings of one interface, and of the
+// host-wide ones. Nothing is cached: every accessor call reads the registry
+// once (the name-server list reads its three keys, a customer-key passphrase
+// also reads the customer key).
+//
+// Stored numbers are hexadecimal text unless noted. An IPv4 value is read
+// from its leading hexadecimal digits (a "0x" prefix and leading blanks are
+// accepted, trailing text is ignored); empty, digit-less, negative or wider
+// than 32 bits reads as 0, the same on every word size.
+
+#include <cstdint>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "lib/platform/registry.h"
+
+namespace corvo {
+namespace PersistentNetworkConfig {
+
+// First and last address the DHCP server hands out.
+struct Ip4Range {
+  std::uint32_t start = 0;
+  std::uint32_t end = 0;
+};
+
+// The registry section of an interface: "eth0", "wlan0" and "ppp0" have fixed
+// sections, any other name (VLANs included) has ".net." followed by the name.
+std::string SectionForInterface(const std::string& ifname);
+
+class InterfaceReader {
+ public:
+  explicit InterfaceReader(const std::string& ifname, Registry& registry = GetRegistry());
+
+  const std::string& InterfaceName() const { return m_ifname; }
+  const std::string& Section() const { return m_section; }
+  // The registry this reader reads, for readers of related interfaces.
+  Registry& Store() const { return *m_registry; }
+
+  // Addressing.
+  bool IsDhcp() const;                    // "ip" 0 or empty
+  std::uint32_t StaticAddress() const;    // "ip"; 0 raises "Invalid static IP configuration"
+  std::uint32_t Netmask() const;          // "nm"; 0 raises "Invalid static IP configuration"
+  std::uint32_t Gateway() const;          // "gw"; 0 is none
+  std::string DomainName() const;         // "nd"
+  std::vector<std::uint32_t> StaticNameServers() const;  // "d0".."d2", zeros left out
+  std::string ClientIdentifier() const;   // "ci"; empty is "Velmora:" + serial, "-" none
+  int InterfaceMetric() const;            // "im"; -1 when unset or unusable
+  int Mtu() const;                        // "mtu"; -1 when unset or unusable
+  std::set<std::uint16_t> Vlans() const;  // "vlans": decimal ids 0..4095 separated by ","
+
+  // DHCP server.
+  bool DhcpServerEnabled() const;         // "dh" not empty
+  // "dh": addresses separated by ":" in (start, end) pairs; the server gets
+  // the first and the last address. An odd count raises "Malformed IP4 pair";
+  // no address at all gives 0.0.0.0 for both.
+  Ip4Range DhcpServerRange() const;
+  std::uint32_t DhcpServerGateway() const;                   // "dhgw"
+  std::string DhcpServerDomain() const;                      // "dhds"
+  std::vector<std::uint32_t> DhcpServerNameServers() const;  // "dhdn", ":"-separated
+
+  // Wireless and 802.1X.
+  std::string Ssid() const;             // "wi"
+  std::string Passphrase() const;       // "wp", recovered from its obfuscated form
+  std::string Identity() const;         // "wc"
+  std::string SecurityOptions() const;  // "ws"
+  std::string Dot1xMethod() const;      // "ww"
+  std::string Dot1xOptions() const;     // "wo"
+  bool IsAccessPoint() const;           // "wm" not empty, whatever it holds
+  std::string CaCertificate() const;    // "wa", "[base64]" decoded
+  std::string ClientCertificate() const;  // "wt", "[base64]" decoded
+  std::string PrivateKey() const;       // "wk", "[base64]" decoded
+  // "wf" in decimal; empty is 0. Trailing text is ignored; a value that is not
+  // a number raises std::invalid_argument("stoul"); a negative value or one
+  // wider than 32 bits raises std::out_of_range("stoul") on every word size.
+  unsigned int AccessPointFrequency() const;
+
+  // Traffic and dial-up.
+  std::uint32_t InboundRate() const;  // "ir"; empty or "-" is 0 (no limit)
+  std::string DialupUser() const;     // "du"
+  std::string DialupPassword() const;  // "dp"
+  std::string DialupNumber() const;   // "dn"
+  std::string DialupInit() const;     // "di"
+
+ private:
+  std::string Read(const std::string& key) const;
+  std::uint32_t ReadIp4(const std::string& key) const;
+
+  std::string m_ifname;
+  std::string m_section;
+  Registry* m_registry;
+};
+
+// Host-wide settings, kept in the section of "eth0".
+class HostReader {
+ public:
+  explicit HostReader(Registry& registry = GetRegistry());
+
+  const std::string& Section() const { return m_section; }
+  // "forwarding": 0, 1 or 2; anything else is 0.
+  unsigned int Forwarding() const;
+  // "hn"; empty is "Velmora-" + serial.
+  std::string HostName() const;
+
+ private:
+  std::string m_section;
+  Registry* m_registry;
+};
+
+}  // namespace PersistentNetworkConfig
+}  // namespace corvo

@@ -1,0 +1,143 @@
+#include <boost/filesystem.hpp>
+#include <fstream>
+#include <map>
+#include <gtest/gtest.h>
+#include <optional>
+#include <string>
+
+#include "lib/hardware/hardware_config.h"
+#include "lib/hardware/led_status.h"
+#include "lib/platform/network_ports.h"
+
+namespace {
+
+using Vars = std::map<std::string, std::string>;
+
+using corvo::HardwareConfig;
+using corvo::StaticBootEnvironment;
+
+struct FlagsCase {
+  std::optional<std::string> value;
+  bool ethernet;
+};
+
+class HardwareFlagsTest : public ::testing::TestWithParam<FlagsCase> {};
+
+TEST_P(HardwareFlagsTest, EthernetFeatureBit) {
+  Vars vars;
+  if (GetParam().value) vars["VL_HWFLAGS"] = *GetParam().value;
+  const StaticBootEnvironment env(vars);
+  const HardwareConfig hw(env);
+  EXPECT_EQ(hw.HasEthernet(), GetParam().ethernet);
+  EXPECT_EQ(hw.IsEthernetInterface("eth0"), GetParam().ethernet);
+  EXPECT_FALSE(hw.IsEthernetInterface("eth1"));
+  EXPECT_EQ(hw.GetEthernetInterface(true), std::optional<std::string>("eth0"));
+}
+
+INSTANTIATE_TEST_SUITE_P(AutomaticBase, HardwareFlagsTest,
+                         ::testing::Values(FlagsCase{std::nullopt, true}, FlagsCase{"0x10", true},
+                                           FlagsCase{"16", true}, FlagsCase{"020", true},
+                                           FlagsCase{"0", false}, FlagsCase{"0x0f", false},
+                                           FlagsCase{"0xffffffffffffffff", true},
+                                           FlagsCase{"garbage", false}, FlagsCase{"", false}));
+
+TEST(HardwareConfig, SerialOnlyWithFormatOne) {
+  {
+    const StaticBootEnvironment env(Vars{{"VL_SERIAL", "A123"}, {"VL_FORMAT", "1"}, {"VL_OEM_ID", "oem"}, {"VL_OEM_MODEL", "m1"}});
+    const HardwareConfig hw(env);
+    EXPECT_EQ(hw.SerialNumber(), "A123");
+    EXPECT_EQ(hw.OemId(), "oem");
+    EXPECT_EQ(hw.OemModel(), "m1");
+    EXPECT_FALSE(hw.NeedsWifiMacAddress());
+  }
+  {
+    const StaticBootEnvironment env(Vars{{"VL_SERIAL", "A123"}, {"VL_FORMAT", "2"}, {"WLAN0_HWADDR", "02:00:00:00:00:01"}});
+    const HardwareConfig hw(env);
+    EXPECT_EQ(hw.SerialNumber(), "");
+    EXPECT_TRUE(hw.NeedsWifiMacAddress());
+  }
+}
+
+TEST(HardwareConfig, SingletonLifetime) {
+  EXPECT_FALSE(HardwareConfig::Exists());
+  {
+    const StaticBootEnvironment env;
+    const HardwareConfig hw(env);
+    EXPECT_EQ(HardwareConfig::GetInstance(), &hw);
+  }
+  EXPECT_FALSE(HardwareConfig::Exists());
+  EXPECT_DEATH(HardwareConfig::GetInstance(),
+               "User space assert from process [0-9]+: lib/platform/singleton:[0-9]+: static T\\* "
+               "corvo::Singleton<T>::GetInstance\\(\\) \\[with T = corvo::HardwareConfig\\]");
+}
+
+TEST(UbootEnvironment, UnreadableConfigMeansNoVariables) {
+  const corvo::UbootBootEnvironment env("/nonexistent/fw_env.config");
+  EXPECT_FALSE(env.Get("VL_HWFLAGS").has_value());
+}
+
+class PortDirectory : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    m_dir = boost::filesystem::temp_directory_path() / boost::filesystem::unique_path();
+    boost::filesystem::create_directories(m_dir);
+  }
+  void TearDown() override { boost::filesystem::remove_all(m_dir); }
+  void Add(const char* name) { boost::filesystem::create_directory(m_dir / name); }
+  std::string Dir() const { return m_dir.string() + "/"; }
+
+  boost::filesystem::path m_dir;
+};
+
+TEST_F(PortDirectory, InternalLinksAreNeverPorts) {
+  for (const char* name : {"lo", "ipc0", "rgmii1", "peth0", "eth0", "lo2", "wlan0"}) Add(name);
+  EXPECT_FALSE(corvo::NetworkPortExists("lo", Dir()));
+  EXPECT_FALSE(corvo::NetworkPortExists("rgmii1", Dir()));
+  EXPECT_FALSE(corvo::NetworkPortExists("ipc0", Dir()));
+  EXPECT_FALSE(corvo::NetworkPortExists("peth0", Dir()));
+  EXPECT_TRUE(corvo::NetworkPortExists("eth0", Dir()));
+  EXPECT_TRUE(corvo::NetworkPortExists("lo2", Dir()));
+  EXPECT_FALSE(corvo::NetworkPortExists("eth1", Dir()));
+  EXPECT_FALSE(corvo::NetworkPortExists("eth0", "/nonexistent/"));
+}
+
+TEST_F(PortDirectory, HostLinkIgnoresInternalLinks) {
+  for (const char* name : {"lo", "rgmii0", "peth0"}) Add(name);
+  EXPECT_FALSE(corvo::AnyNetworkPortHasLink(Dir()));
+}
+
+std::string ReadFile(const boost::filesystem::path& path) {
+  std::ifstream in(path.string());
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+TEST_F(PortDirectory, LedPatternWrites) {
+  const auto led = m_dir / "ethernet";
+  boost::filesystem::create_directories(led);
+  const corvo::LedNetworkStatusObserver eth("eth0", Dir());
+  EXPECT_EQ(eth.LedDirectory(), led.string() + "/");
+  EXPECT_EQ(corvo::LedNetworkStatusObserver("eth1", Dir()).LedDirectory(), "");
+  EXPECT_EQ(corvo::LedNetworkStatusObserver("wlan0", Dir()).LedDirectory(), "");
+
+  corvo::SetLedPattern(eth, 500);
+  EXPECT_EQ(ReadFile(led / "trigger"), "timer");
+  EXPECT_EQ(ReadFile(led / "brightness"), "255");
+  EXPECT_EQ(ReadFile(led / "delay_on"), "500");
+  EXPECT_EQ(ReadFile(led / "delay_off"), "500");
+
+  corvo::SetLedPattern(eth, 100);
+  EXPECT_EQ(ReadFile(led / "delay_on"), "100");
+  EXPECT_EQ(ReadFile(led / "delay_off"), "900");
+
+  // Steady patterns leave the timer trigger (delay_on present) first.
+  corvo::SetLedPattern(eth, 1000);
+  EXPECT_EQ(ReadFile(led / "trigger"), "none");
+  EXPECT_EQ(ReadFile(led / "brightness"), "255");
+  boost::filesystem::remove(led / "delay_on");
+  boost::filesystem::remove(led / "trigger");
+  corvo::SetLedPattern(eth, 0);
+  EXPECT_FALSE(boost::filesystem::exists(led / "trigger"));
+  EXPECT_EQ(ReadFile(led / "brightness"), "0");
+}
+
+}  // namespace

@@ -1,0 +1,233 @@
+#include "lib/platform/interface_reader.h"
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include "lib/hardware/hardware_config.h"
+#include "tests/support/memory_registry.h"
+#include "tests/support/passphrase_obfuscator.h"
+
+namespace corvo::PersistentNetworkConfig {
+namespace {
+
+struct Readers {
+  const InterfaceReader& iface;
+  const HostReader& host;
+};
+
+std::string Hex(std::uint32_t value) { return fmt::format("{:08x}", value); }
+std::string Range(const Ip4Range& range) { return Hex(range.start) + "-" + Hex(range.end); }
+
+// One accessor call with its result (or its error) rendered as text.
+using Accessor = std::function<std::string(const Readers&)>;
+
+std::string Call(const Accessor& accessor, const Readers& readers) {
+  try {
+    return accessor(readers);
+  } catch (const std::invalid_argument& e) {
+    return std::string("invalid_argument: ") + e.what();
+  } catch (const std::out_of_range& e) {
+    return std::string("out_of_range: ") + e.what();
+  } catch (const std::runtime_error& e) {
+    return std::string("runtime_error: ") + e.what();
+  }
+}
+
+struct Case {
+  std::string name;
+  std::vector<std::pair<std::string, std::string>> settings;  // key, value in the reader's section
+  Accessor accessor;
+  std::string expected;
+  int reads = 1;
+};
+void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
+
+class ReaderTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    m_hardware.emplace(StaticBootEnvironment({{"VL_FORMAT", "1"}, {"VL_SERIAL", "SER123"}}));
+  }
+
+  test::MemoryRegistry m_registry;
+  std::optional<HardwareConfig> m_hardware;
+};
+
+class ReaderCaseTest : public ReaderTest, public ::testing::WithParamInterface<Case> {};
+
+// "eth0" shares its section with the host settings, so one section serves both readers.
+TEST_P(ReaderCaseTest, ParsesStoredValue) {
+  const Case& c = GetParam();
+  for (const auto& [key, value] : c.settings) m_registry.Set(".omba", key, value);
+  const InterfaceReader iface("eth0", m_registry);
+  const HostReader host(m_registry);
+  EXPECT_EQ(Call(c.accessor, {iface, host}), c.expected);
+  EXPECT_EQ(m_registry.ReadCount(), c.reads);
+}
+
+const std::string k48(48, 'i');
+
+#define ACCESSOR(expr) [](const Readers& r) { return expr; }
+#define STR(call) ACCESSOR(r.iface.call())
+#define NUM(call) ACCESSOR(std::to_string(r.iface.call()))
+#define IP(call) ACCESSOR(Hex(r.iface.call()))
+#define LIST(call) ACCESSOR(fmt::format("{}", fmt::join(r.iface.call(), ",")))
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, ReaderCaseTest,
+    ::testing::Values(
+        Case{"IpHex", {{"ip", "c0a80101"}}, IP(StaticAddress), "c0a80101"},
+        Case{"IpTrailingGarbage", {{"ip", "c0a80101zz"}}, IP(StaticAddress), "c0a80101"},
+        Case{"IpEmpty", {}, IP(StaticAddress), "runtime_error: Invalid static IP configuration"},
+        Case{"IpTooWide", {{"ip", "1c0a80101"}}, NUM(IsDhcp), "1"},
+        Case{"IpNegative", {{"ip", "-1"}}, NUM(IsDhcp), "1"},
+        Case{"IpZeroIsDhcp", {{"ip", "0"}}, NUM(IsDhcp), "1"},
+        Case{"IpSetIsStatic", {{"ip", "a000001"}}, NUM(IsDhcp), "0"},
+        Case{"NetmaskZero", {{"nm", "0"}}, IP(Netmask),
+             "runtime_error: Invalid static IP configuration"},
+        Case{"Netmask", {{"nm", "ffffff00"}}, IP(Netmask), "ffffff00"},
+        Case{"GatewayEmpty", {}, IP(Gateway), "00000000"},
+        Case{"DhcpServerGateway", {{"dhgw", "C0A80001"}}, IP(DhcpServerGateway), "c0a80001"},
+        Case{"Ssid", {{"wi", "net"}}, STR(Ssid), "net"},
+        Case{"PassphraseEmpty", {}, STR(Passphrase), ""},
+        Case{"Identity", {{"wc", "user"}}, STR(Identity), "user"},
+        Case{"SecurityOptions", {{"ws", "wpa2"}}, STR(SecurityOptions), "wpa2"},
+        Case{"Dot1xMethod", {{"ww", "peap"}}, STR(Dot1xMethod), "peap"},
+        Case{"Dot1xOptions", {{"wo", "opts"}}, STR(Dot1xOptions), "opts"},
+        Case{"AccessPointZero", {{"wm", "0"}}, NUM(IsAccessPoint), "1"},
+        Case{"AccessPointEmpty", {}, NUM(IsAccessPoint), "0"},
+        Case{"Base64", {{"wa", "[base64]aGk="}}, STR(CaCertificate), "hi"},
+        Case{"Base64PrefixCut", {{"wa", "[base64"}}, STR(CaCertificate), "[base64"},
+        Case{"Base64Plain", {{"wt", "-----BEGIN"}}, STR(ClientCertificate), "-----BEGIN"},
+        Case{"Base64Empty", {{"wk", "[base64]"}}, STR(PrivateKey), ""},
+        Case{"Base64Invalid", {{"wk", "[base64]a!=="}}, STR(PrivateKey),
+             "runtime_error: Invalid base64 data: Base64 decoding error."},
+        Case{"Frequency", {{"wf", "2412"}}, NUM(AccessPointFrequency), "2412"},
+        Case{"FrequencyTrailing", {{"wf", "5180MHz"}}, NUM(AccessPointFrequency), "5180"},
+        Case{"FrequencyEmpty", {}, NUM(AccessPointFrequency), "0"},
+        Case{"FrequencyNotNumber", {{"wf", "abc"}}, NUM(AccessPointFrequency),
+             "invalid_argument: stoul"},
+        Case{"FrequencyNegative", {{"wf", " -1"}}, NUM(AccessPointFrequency),
+             "out_of_range: stoul"},
+        Case{"FrequencyTooWide", {{"wf", "4294967296"}}, NUM(AccessPointFrequency),
+             "out_of_range: stoul"},
+        Case{"DhcpServerOff", {}, NUM(DhcpServerEnabled), "0"},
+        Case{"DhcpServerOn", {{"dh", "x"}}, NUM(DhcpServerEnabled), "1"},
+        Case{"DhcpRange", {{"dh", "c0a80164:c0a801c8"}},
+ACCESSOR(Range(r.iface.DhcpServerRange())),
+             "c0a80164-c0a801c8"},
+        Case{"DhcpRangeFirstAndLast", {{"dh", "a:b::c:d"}},
+ACCESSOR(Range(r.iface.DhcpServerRange())),
+             "0000000a-0000000d"},
+        Case{"DhcpRangeOdd", {{"dh", "a:b:c"}}, ACCESSOR(Range(r.iface.DhcpServerRange())),
+             "runtime_error: Malformed IP4 pair"},
+        Case{"DhcpDomain", {{"dhds", "example.local"}}, STR(DhcpServerDomain), "example.local"},
+        Case{"DhcpNameServers", {{"dhdn", "8080808:0:8080404"}},
+             ACCESSOR(fmt::format("{:08x}", fmt::join(r.iface.DhcpServerNameServers(), ","))),
+             "08080808,00000000,08080404"},
+        Case{"ClientIdDefault", {}, STR(ClientIdentifier), "Velmora:SER123"},
+        Case{"ClientIdNone", {{"ci", "-"}}, STR(ClientIdentifier), ""},
+        Case{"ClientId48Kept", {{"ci", k48}}, STR(ClientIdentifier), k48},
+        Case{"ClientId49Cut", {{"ci", k48 + "j"}}, STR(ClientIdentifier), k48},
+        Case{"InboundRate", {{"ir", "3e8"}}, NUM(InboundRate), "1000"},
+        Case{"InboundRateNone", {{"ir", "-"}}, NUM(InboundRate), "0"},
+        Case{"DialupUser", {{"du", "u"}}, STR(DialupUser), "u"},
+        Case{"DialupPassword", {{"dp", "p"}}, STR(DialupPassword), "p"},
+        Case{"DialupNumber", {{"dn", "*99#"}}, STR(DialupNumber), "*99#"},
+        Case{"DialupInit", {{"di", "AT"}}, STR(DialupInit), "AT"},
+        Case{"DomainName", {{"nd", "lan"}}, STR(DomainName), "lan"},
+        Case{"NameServersSkipZero", {{"d0", "0"}, {"d1", "8080808"}},
+             ACCESSOR(fmt::format("{:08x}", fmt::join(r.iface.StaticNameServers(), ","))),
+             "08080808", 3},
+        Case{"Metric", {{"im", "a"}}, NUM(InterfaceMetric), "10"},
+        Case{"MetricDash", {{"im", "-"}}, NUM(InterfaceMetric), "-1"},
+        Case{"MetricOutOfRange", {{"im", "1ffffffff"}}, NUM(InterfaceMetric), "-1"},
+        Case{"MtuHex", {{"mtu", "5dc"}}, NUM(Mtu), "1500"},
+        Case{"MtuGarbage", {{"mtu", "zz"}}, NUM(Mtu), "-1"},
+        Case{"MtuEmpty", {}, NUM(Mtu), "-1"},
+        Case{"Vlans", {{"vlans", "12,0,12,5000"}}, LIST(Vlans), "0,12"},
+        Case{"VlansEmptyPieces", {{"vlans", ",,7,, 8,-1,4095,99999999999"}}, LIST(Vlans),
+             "7,8,4095"},
+        Case{"VlansNotNumber", {{"vlans", "3,x"}}, LIST(Vlans), "invalid_argument: stoi"},
+        Case{"Forwarding2", {{"forwarding", "2"}}, ACCESSOR(std::to_string(r.host.Forwarding())),
+             "2"},
+        Case{"Forwarding02", {{"forwarding", "02"}}, ACCESSOR(std::to_string(r.host.Forwarding())),
+             "2"},
+        Case{"Forwarding3", {{"forwarding", "3"}}, ACCESSOR(std::to_string(r.host.Forwarding())),
+             "0"},
+        Case{"Forwarding10", {{"forwarding", "10"}}, ACCESSOR(std::to_string(r.host.Forwarding())),
+             "0"},
+        Case{"Forwarding2x", {{"forwarding", "2x"}}, ACCESSOR(std::to_string(r.host.Forwarding())),
+             "0"},
+        Case{"ForwardingEmpty", {}, ACCESSOR(std::to_string(r.host.Forwarding())), "0"},
+        Case{"HostNameDefault", {}, ACCESSOR(r.host.HostName()), "Velmora-SER123"},
+        Case{"HostName", {{"hn", "player"}}, ACCESSOR(r.host.HostName()), "player"}),
+    [](const ::testing::TestParamInfo<Case>& param_info) { return param_info.param.name; });
+
+struct SectionCase {
+  std::string ifname;
+  std::string section;
+};
+
+class SectionRuleTest : public ReaderTest, public ::testing::WithParamInterface<SectionCase> {};
+
+TEST_P(SectionRuleTest, ReadsFromTheInterfaceSection) {
+  m_registry.Set(GetParam().section, "wi", "found");
+  const InterfaceReader reader(GetParam().ifname, m_registry);
+  EXPECT_EQ(reader.Section(), GetParam().section);
+  EXPECT_EQ(reader.InterfaceName(), GetParam().ifname);
+  EXPECT_EQ(reader.Ssid(), "found");
+}
+
+INSTANTIATE_TEST_SUITE_P(Names, SectionRuleTest,
+                         ::testing::Values(SectionCase{"eth0", ".omba"},
+                                           SectionCase{"wlan0", ".omba1"},
+                                           SectionCase{"ppp0", ".omba2"},
+                                           SectionCase{"eth0.12", ".net.eth0.12"},
+                                           SectionCase{"eth1", ".net.eth1"},
+                                           SectionCase{"eth0 ", ".net.eth0 "}));
+
+TEST_F(ReaderTest, HostSettingsComeFromEth0Section) {
+  m_registry.Set(".omba", "hn", "box");
+  m_registry.Set(".omba1", "hn", "wrong");
+  EXPECT_EQ(HostReader(m_registry).HostName(), "box");
+}
+
+TEST_F(ReaderTest, DefaultsWithoutSerialWhenFormatIsNotOne) {
+  m_hardware.reset();
+  m_hardware.emplace(StaticBootEnvironment({{"VL_FORMAT", "2"}, {"VL_SERIAL", "SER123"}}));
+  EXPECT_EQ(HostReader(m_registry).HostName(), "Velmora-");
+  EXPECT_EQ(InterfaceReader("eth0", m_registry).ClientIdentifier(), "Velmora:");
+}
+
+TEST_F(ReaderTest, NothingIsCached) {
+  const InterfaceReader reader("wlan0", m_registry);
+  m_registry.Set(".omba1", "mtu", "5dc");
+  EXPECT_EQ(reader.Mtu(), 1500);
+  m_registry.Set(".omba1", "mtu", "5de");
+  EXPECT_EQ(reader.Mtu(), 1502);
+  EXPECT_EQ(m_registry.ReadCount(), 2);
+}
+
+TEST_F(ReaderTest, PassphraseUsesTheStoredCustomerKey) {
+  m_registry.Set("customer", "obfuscation_key", "customer-key");
+  m_registry.Set(".omba1", "wp", test::ObfuscatePassphrase('C', "customer-key", "secret one"));
+  const InterfaceReader reader("wlan0", m_registry);
+  EXPECT_EQ(reader.Passphrase(), "secret one");
+  EXPECT_EQ(m_registry.ReadCount(), 2);
+
+  m_registry.Set(".omba1", "wp",
+                 test::ObfuscatePassphrase('A', BuiltInObfuscationKey(), "secret two"));
+  EXPECT_EQ(reader.Passphrase(), "secret two");
+  EXPECT_EQ(m_registry.ReadCount(), 3);
+}
+
+}  // namespace
+}  // namespace corvo::PersistentNetworkConfig

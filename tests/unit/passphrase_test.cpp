@@ -1,0 +1,183 @@
+// Stored texts are made by the openssl command line at test time, so the
+// recovery is checked against an encoder that shares no code with it.
+
+#include "lib/platform/passphrase_obfuscation.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <random>
+#include <stdexcept>
+#include <string>
+
+#include "lib/platform/hex.h"
+
+namespace corvo {
+namespace {
+
+// The device's built-in key, kept here on its own: a change to the table in the
+// library would make every stored "A" passphrase unreadable.
+const std::string kBuiltInKeyHex =
+    "00c3bbb5ff9b0b460db25a20ac83df8e2ec291097ea737726cf144c86e741bd5"
+    "fdc1bb6bf05ec5f504d00934f3c52b2d131a16ec923a25835104852d69a80e07";
+
+std::string BuiltInKey() {
+  const auto bytes = HexDecode(kBuiltInKeyHex);
+  return std::string(bytes.begin(), bytes.end());
+}
+
+class Openssl {
+ public:
+  Openssl() : m_dir(std::filesystem::temp_directory_path() / "passphrase_testXXXXXX") {
+    std::string pattern = m_dir.string();
+    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp");
+    m_dir = pattern;
+  }
+  ~Openssl() { std::filesystem::remove_all(m_dir); }
+
+  // tag, hex(salt), hex(AES-256-CBC(plain)) with KEY||IV = SHA-384(salt || key).
+  std::string Obfuscate(char tag, const std::string& key, const std::string& plain,
+                        bool pad = true) {
+    std::string salt(16, '\0');
+    std::independent_bits_engine<std::mt19937, 8, unsigned> random(std::random_device{}());
+    std::generate(salt.begin(), salt.end(), [&] { return static_cast<char>(random()); });
+    WriteFile("secret", salt + key);
+    Run("openssl dgst -sha384 -binary -out " + Path("digest") + " " + Path("secret"));
+    const std::string digest = ReadFile("digest");
+    EXPECT_EQ(digest.size(), 48u);
+    WriteFile("plain", plain);
+    Run("openssl enc -aes-256-cbc" + std::string(pad ? "" : " -nopad") + " -K " +
+        HexEncode(digest.data(), 32) + " -iv " + HexEncode(digest.data() + 32, 16) + " -in " +
+        Path("plain") + " -out " + Path("encrypted"));
+    const std::string encrypted = ReadFile("encrypted");
+    return std::string(1, tag) + HexEncode(salt.data(), salt.size()) +
+           HexEncode(encrypted.data(), encrypted.size());
+  }
+
+ private:
+  std::string Path(const std::string& name) const { return (m_dir / name).string(); }
+  void WriteFile(const std::string& name, const std::string& data) const {
+    std::ofstream(Path(name), std::ios::binary) << data;
+  }
+  std::string ReadFile(const std::string& name) const {
+    std::ifstream in(Path(name), std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+  }
+  static void Run(const std::string& command) {
+    if (std::system((command + " 2>&1").c_str()) != 0) {
+      throw std::runtime_error("failed: " + command);
+    }
+  }
+
+  std::filesystem::path m_dir;
+};
+
+std::function<std::string()> Provider(const std::string& key) {
+  return [key] { return key; };
+}
+
+struct RecoverCase {
+  std::string name;
+  char tag;
+  std::string key;  // empty: the built-in key
+  std::string passphrase;
+};
+void PrintTo(const RecoverCase& c, std::ostream* os) { *os << c.name; }
+
+class PassphraseRecoverTest : public ::testing::TestWithParam<RecoverCase> {};
+
+TEST_P(PassphraseRecoverTest, RecoversOpensslVector) {
+  const RecoverCase& c = GetParam();
+  const bool builtin = std::toupper(c.tag) == 'A';
+  Openssl openssl;
+  const std::string text = openssl.Obfuscate(c.tag, builtin ? BuiltInKey() : c.key, c.passphrase);
+  std::string upper = text;
+  std::transform(upper.begin(), upper.end(), upper.begin(), ::toupper);
+  const auto provider = builtin ? std::function<std::string()>() : Provider(c.key);
+  EXPECT_EQ(UnobfuscatePassphrase(text, provider), c.passphrase) << text;
+  EXPECT_EQ(UnobfuscatePassphrase(upper, provider), c.passphrase) << upper;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Tags, PassphraseRecoverTest,
+    ::testing::Values(RecoverCase{"BuiltIn", 'A', "", "correct horse battery staple"},
+                      RecoverCase{"BuiltInLower", 'a', "", "x"},
+                      RecoverCase{"WholeBlock", 'A', "", "0123456789abcdef"},
+                      RecoverCase{"Longest", 'A', "", std::string(63, 'p')},
+                      RecoverCase{"Customer", 'C', "customer secret", "pass phrase"},
+                      RecoverCase{"CustomerLower", 'c', "k\xc3\xa9y", "p\xc3\xa4ss"},
+                      RecoverCase{"CustomerEmptyKey", 'C', "", "salt only"}),
+    [](const ::testing::TestParamInfo<RecoverCase>& param_info) { return param_info.param.name; });
+
+std::string Failure(const std::string& text, const std::function<std::string()>& provider) {
+  try {
+    return "returned " + UnobfuscatePassphrase(text, provider);
+  } catch (const std::runtime_error& e) {
+    return e.what();
+  }
+}
+
+TEST(PassphraseTest, RejectsMalformedTexts) {
+  const std::string salt(32, 'a');
+  const std::string block(32, '0');
+  const auto key = Provider("k");
+  EXPECT_EQ(Failure("", key), "Insufficient input for UnobfuscatePassphrase");
+  EXPECT_EQ(Failure("A" + salt.substr(0, 15), key), "Insufficient input for UnobfuscatePassphrase");
+  EXPECT_EQ(Failure("B" + salt + block, key), "Unknown obfuscation algorithm");
+  EXPECT_EQ(Failure("C" + salt + block, nullptr), "Customer obfuscation key unavailable");
+  EXPECT_EQ(Failure("A" + salt + block + "0", key), "Invalid hexadecimal string length");
+  EXPECT_EQ(Failure("A" + salt + block.substr(2) + "0g", key), "Invalid hexadecimal digit");
+  EXPECT_EQ(Failure("A" + salt.substr(2) + "x1" + block, key), "Invalid hexadecimal digit");
+  // Not whole AES blocks: libgcrypt's own words.
+  EXPECT_EQ(Failure("A" + salt + block.substr(2), key), "Invalid length");
+  // No ciphertext at all has no padding length to read.
+  EXPECT_EQ(Failure("A" + salt, key), "Input is not correctly encrypted");
+}
+
+TEST(PassphraseTest, PaddingLongerThanDataIsRejected) {
+  Openssl openssl;
+  const std::string text =
+      openssl.Obfuscate('C', "key", std::string(15, 'p') + '\x11', false);
+  EXPECT_EQ(Failure(text, Provider("key")), "Input is not correctly encrypted");
+}
+
+TEST(PassphraseTest, WrongKeyFailsOrGarbles) {
+  Openssl openssl;
+  for (int i = 0; i < 8; ++i) {
+    const std::string text = openssl.Obfuscate('C', "right key", "the passphrase");
+    const std::string result = Failure(text, Provider("wrong key"));
+    if (result != "Input is not correctly encrypted") {
+      EXPECT_NE(result, "returned the passphrase");
+    }
+  }
+}
+
+// A salt field cut short by the end of the text stops the process by design.
+TEST(PassphraseDeathTest, ShortSaltFieldAborts) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  for (const std::size_t length : {17, 18, 31, 32}) {
+    const std::string text = "A" + std::string(length - 1, 'a');
+    EXPECT_DEATH(UnobfuscatePassphrase(text, nullptr), "Assertion `salt_size == SALT_SIZE'")
+        << length;
+  }
+  EVP::Cipher cipher(9, 3);
+  const std::uint8_t salt[8] = {};
+  EXPECT_DEATH(ConfigureCipherFromSalt(cipher, salt, sizeof salt, nullptr, 0),
+               "LHS: salt_size = 8\nRHS: SALT_SIZE = 16\n.*`salt_size==SALT_SIZE'");
+}
+
+TEST(HexTest, RoundTripAndLimits) {
+  const std::uint8_t bytes[] = {0x00, 0xab, 0xff};
+  EXPECT_EQ(HexEncode(bytes, sizeof bytes), "00abff");
+  EXPECT_EQ(HexDecode("00ABff"), std::vector<std::uint8_t>(bytes, bytes + 3));
+  std::uint8_t out[2];
+  EXPECT_THROW(HexDecode("001122", out, sizeof out), std::runtime_error);
+  EXPECT_EQ(HexDecode("", out, sizeof out), 0u);
+}
+
+}  // namespace
+}  // namespace corvo
