@@ -18,6 +18,12 @@ void ConfigureDhcp(LedNetworkStatusObserver* observer,
                    const PersistentNetworkConfig::InterfaceReader& reader,
                    const std::string& ifname, bool start, Platform& platform = GetPlatform());
 
+// The server half of ConfigureDhcp: stops the interface's server, or (re)starts
+// it when one may run there; then refreshes the status LED.
+void ConfigureDhcpServer(LedNetworkStatusObserver* observer,
+                         const PersistentNetworkConfig::InterfaceReader& reader,
+                         const std::string& ifname, bool start, Platform& platform = GetPlatform());
+
 // Whether a DHCP server may run on the interface; prints why not.
 bool DhcpServerAvailable(const PersistentNetworkConfig::InterfaceReader& reader,
                          const std::string& ifname);

@@ -8,6 +8,8 @@
 #include <sys/stat.h>
 #include <utility>
 
+#include "lib/platform/supplicant.h"
+
 namespace corvo {
 
 namespace {
@@ -31,7 +33,9 @@ LedNetworkStatusObserver::LedNetworkStatusObserver(const std::string& ifname,
     : m_kind(kWired),
       m_ifname(ifname),
       m_network(&network),
-      m_wireless_level([](const std::string&) { return kUnknownWirelessLevel; }) {
+      m_wireless_level([](const std::string& name) {
+        return static_cast<int>(supplicant::GetWifiLinkState(name));
+      }) {
   if (ifname == "eth0") {
     m_led_dir = led_root + "ethernet/";
   } else if (ifname == "wlan0") {

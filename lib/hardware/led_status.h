@@ -26,6 +26,7 @@ class LedNetworkStatusObserver {
   // With a trailing slash; empty when this interface has no LED.
   const std::string& LedDirectory() const { return m_led_dir; }
 
+  // The supplicant's link state of the interface unless replaced here.
   void SetWirelessLevelSource(WirelessLevelSource source) { m_wireless_level = std::move(source); }
 
   // Chooses the LED pattern from the interface's link, addresses and wireless state.

@@ -206,6 +206,17 @@ std::string InterfaceReader::DialupNumber() const { return Read("dn"); }
 
 std::string InterfaceReader::DialupInit() const { return Read("di"); }
 
+// The same key as the interface metric, but in decimal: it is only handed on as text.
+int InterfaceReader::DialupLinkParameter() const {
+  const std::string value = Read("im");
+  if (value.empty()) return 0;
+  try {
+    return std::stoi(value);
+  } catch (const std::logic_error&) {
+    throw std::runtime_error("Invalid dialup link parameter");
+  }
+}
+
 HostReader::HostReader(Registry& registry) : m_section(kHostSection), m_registry(&registry) {}
 
 unsigned int HostReader::Forwarding() const {

@@ -82,6 +82,11 @@ class InterfaceReader {
   std::string DialupPassword() const;  // "dp"
   std::string DialupNumber() const;   // "dn"
   std::string DialupInit() const;     // "di"
+  // "im" read as the dial-up link's decimal ipparam (std::stoi: leading blanks
+  // and trailing text are accepted); empty is 0, so that an unset value does
+  // not stop the link. Anything else raises
+  // std::runtime_error("Invalid dialup link parameter").
+  int DialupLinkParameter() const;
 
  private:
   std::string Read(const std::string& key) const;

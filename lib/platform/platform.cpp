@@ -14,6 +14,7 @@
 #include <utility>
 #include <unistd.h>
 
+#include "lib/platform/detached_process.h"
 #include "lib/platform/host_name.h"
 #include "lib/platform/net.h"
 #include "lib/platform/network_ports.h"
@@ -56,6 +57,10 @@ class RealPrograms : public Programs {
   }
   int KillProcessAndWait(pid_t pid, int signal, std::int64_t timeout_us) override {
     return corvo::KillProcessAndWait(pid, signal, timeout_us);
+  }
+  pid_t StartDetached(const std::vector<std::string>& argv,
+                      const std::string& pid_file) override {
+    return corvo::StartDetached(argv, pid_file);
   }
 };
 

@@ -21,6 +21,10 @@ class Programs {
                   unsigned int flags) = 0;
   virtual pid_t ReadPidFile(const std::string& path, const std::string& name) = 0;
   virtual int KillProcessAndWait(pid_t pid, int signal, std::int64_t timeout_us) = 0;
+  // Starts argv[0] (a path) detached from the caller: it keeps running after the
+  // caller exits and writes its own PID to pid_file. Returns the PID at once.
+  virtual pid_t StartDetached(const std::vector<std::string>& argv,
+                              const std::string& pid_file) = 0;
 };
 
 // One entry of the kernel's address list (getifaddrs) for an interface.
@@ -77,6 +81,26 @@ struct Platform {
   Clock& clock;
   HostNames& host_names;
 };
+
+// The wall clock (CLOCK_REALTIME), kept apart from Platform because only the
+// clock-setting steps may change it.
+class SystemClock {
+ public:
+  virtual ~SystemClock() = default;
+  // Microseconds since the Unix epoch.
+  virtual std::int64_t RealtimeMicroseconds() = 0;
+  // settimeofday without a time zone; returns 0, or the errno of the failure.
+  virtual int SetRealtime(std::int64_t seconds, long microseconds) = 0;
+  // False while the clock reads earlier than the time this program was built:
+  // such a clock was never set since the device last lost power.
+  virtual bool TimeIsSet() = 0;
+};
+
+// The real wall clock.
+SystemClock& GetSystemClock();
+
+// Seconds since the epoch at which this program was built.
+std::int64_t BuildTimeSeconds();
 
 // The real system.
 Platform& GetPlatform();

@@ -42,9 +42,24 @@ from . import init as _init
 
 INIT_SCRIPT = str(Path(__file__).with_name("init.py"))
 REGISTRY_SERVICE = str(Path(__file__).with_name("registry_service.py"))
+MODEM_SIMULATOR = str(Path(__file__).with_name("modem_simulator.py"))
+MODEM_DIR = _init.RUN_DIR + "/modem"
 REGISTRY_STORE = _init.RUN_DIR + "/registry.json"
 REGISTRY_CALL = ["busctl", "--system", "call", "com.ombalabs.Registry", "/com/ombalabs/Registry",
                  "com.ombalabs.Registry"]
+AVAHI_CONFIG = _init.RUN_DIR + "/avahi-daemon.conf"
+AVAHI_CONFIG_TEXT = """[server]
+use-ipv4=yes
+use-ipv6=no
+enable-dbus=yes
+[wide-area]
+enable-wide-area=no
+[publish]
+publish-hinfo=no
+publish-workstation=no
+"""
+AVAHI_CALL = ["busctl", "--system", "call", "org.freedesktop.Avahi", "/",
+              "org.freedesktop.Avahi.Server"]
 PYTHON = "/usr/bin/python3"
 DEFAULT_TIMEOUT = 30.0
 BASE_ENV = {
@@ -59,6 +74,14 @@ PID_DIR = _init.RUN_DIR + "/pid"
 LAN_SYSFS = _init.LAN_SYSFS
 NO_HWVARS = {}
 _KMSG_MARK = "\x01player-kmsg-mark "
+STAND_IN_DIR = _init.RUN_DIR + "/stand-in"
+# Appends its argument vector (argv[0] first) as one JSON line, then exits.
+_STAND_IN_SCRIPT = """#!/usr/bin/python3 -I
+import json, sys
+with open({record!r}, "a") as f:
+    f.write(json.dumps(sys.argv) + "\\n")
+sys.exit({exit_code})
+"""
 
 _PR_SET_PDEATHSIG = 1
 _SYS_OPENAT2 = 437
@@ -156,6 +179,38 @@ class Daemon:
         except subprocess.TimeoutExpired:
             self.popen.kill()
             self.popen.wait()
+
+
+class ProgramStandIn:
+    """What Player.replace_program() put in place of a program."""
+
+    def __init__(self, player, path, record):
+        self.player, self.path, self.record = player, path, record
+
+    def calls(self):
+        """The argument vectors (without argv[0]) of every run so far, in order."""
+        if not self.player.exists(self.record):
+            return []
+        return [json.loads(line)[1:] for line in self.player.read_file(self.record).splitlines()]
+
+
+class Modem:
+    """What Player.start_modem() put behind /dev/modem."""
+
+    def __init__(self, player, line, transcript, daemons):
+        self.player, self.line, self.transcript_path = player, line, transcript
+        self.daemons = daemons
+
+    def transcript(self):
+        """[{"command": text, "answer": text or None}, ...] in order."""
+        if not self.player.exists(self.transcript_path):
+            return []
+        return [json.loads(line)
+                for line in self.player.read_file(self.transcript_path).splitlines()]
+
+    def stop(self):
+        for daemon in reversed(self.daemons):
+            daemon.stop()
 
 
 class _Side:
@@ -416,6 +471,30 @@ class Player(_Side):
     def hostname(self):
         return self.run(["hostname"], check=True).stdout.strip()
 
+    def replace_program(self, path, exit_code=0, missing=False):
+        """Replaces the program at path, in this player only, by a stand-in that
+        records its argument vectors and exits with exit_code, or with
+        missing=True by nothing at all; returns a ProgramStandIn.  The
+        program's directory gets an overlay with the stand-in on top: a bind
+        mount onto a symbolic link such as /usr/sbin/udhcpd would land on its
+        target (busybox) and replace every program sharing it."""
+        directory = self.run(["readlink", "-e", os.path.dirname(path)], check=True).stdout.strip()
+        name = os.path.basename(path)
+        self.makedirs(STAND_IN_DIR)
+        layer = f"{STAND_IN_DIR}/{len(self.listdir(STAND_IN_DIR))}"
+        self.makedirs(layer)
+        record = layer + ".argv"
+        if missing:
+            # An overlay whiteout hides the program of the layers below.
+            self.run(["mknod", f"{layer}/{name}", "c", "0", "0"], check=True)
+        else:
+            self.write_file(f"{layer}/{name}",
+                            _STAND_IN_SCRIPT.format(record=record, exit_code=int(exit_code)),
+                            mode=0o755)
+        self.run(["mount", "-t", "overlay", "stand-in", "-o", f"lowerdir={layer}:{directory}",
+                  directory], check=True)
+        return ProgramStandIn(self, path, record)
+
     def kmsg(self):
         """Everything written to /dev/kmsg inside the player so far."""
         # PID 1 copies the pipe to the log; once a mark written now shows up
@@ -478,6 +557,25 @@ class Player(_Side):
                   "up" if up else "down"], check=True)
         self._settle(port)
 
+    # --- modem -------------------------------------------------------------------
+
+    def start_modem(self, dial_answer="CONNECT"):
+        """Gives the player a modem: a pseudo-terminal pair joined by socat,
+        one end linked as /dev/modem, the other answered by
+        modem_simulator.py ("OK" to "ATZ", dial_answer to "ATDT...").
+        Returns a Modem."""
+        line = MODEM_DIR + "/line"
+        transcript = MODEM_DIR + "/transcript"
+        self.makedirs(MODEM_DIR)
+        link = self.start_daemon(
+            "modem-socat",
+            ["socat", "pty,link=/dev/modem,rawer,echo=0", f"pty,link={line},rawer,echo=0"],
+            ready=lambda p: p.exists("/dev/modem") and p.exists(line))
+        simulator = self.start_daemon(
+            "modem", [PYTHON, MODEM_SIMULATOR, line, transcript, "--dial", dial_answer],
+            ready="ready")
+        return Modem(self, line, transcript, [link, simulator])
+
     # --- LEDs --------------------------------------------------------------------
 
     # --- the registry service --------------------------------------------------
@@ -498,6 +596,24 @@ class Player(_Side):
     def settings(self):
         """The registry's whole store as the service last wrote it."""
         return json.loads(self.read_file(REGISTRY_STORE))
+
+    # --- zeroconf ----------------------------------------------------------------
+
+    def start_avahi(self):
+        """Starts avahi-daemon on the player's bus (as root, no chroot, no
+        rlimits, with --debug, so its log names every D-Bus method called);
+        returns its Daemon, ready once the server runs."""
+        self.write_file(AVAHI_CONFIG, AVAHI_CONFIG_TEXT)
+        return self.start_daemon(
+            "avahi-daemon",
+            ["avahi-daemon", "--file=" + AVAHI_CONFIG, "--no-drop-root", "--no-chroot",
+             "--no-rlimits", "--no-proc-title", "--debug"],
+            ready="Server startup complete")
+
+    def avahi_host_name(self):
+        """The host name the running avahi-daemon announces (over D-Bus)."""
+        out = self.run(AVAHI_CALL + ["GetHostName"], check=True).stdout
+        return json.loads(out.split(" ", 1)[1])
 
     def led(self, name, timeout=2.0):
         """The files of /sys/class/leds/NAME as {file: stripped content}, once
@@ -614,4 +730,5 @@ def _close_all_players():
         player.close()
 
 
-__all__ = ["Player", "Lan", "Daemon", "PlayerError", "wait_for", "linkrig_path"]
+__all__ = ["Player", "Lan", "Daemon", "PlayerError", "ProgramStandIn", "wait_for",
+           "linkrig_path"]

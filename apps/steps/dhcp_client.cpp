@@ -1,0 +1,80 @@
+#include "apps/steps/dhcp.h"
+
+#include <string>
+#include <vector>
+
+#include "lib/hardware/hardware_config.h"
+#include "lib/hardware/led_status.h"
+#include "lib/platform/interface_reader.h"
+#include "lib/platform/log.h"
+#include "lib/platform/net.h"
+#include "lib/platform/spawn_process.h"
+
+namespace corvo {
+
+namespace {
+
+constexpr char kDhcpClient[] = "/sbin/dhcpcd";
+constexpr unsigned int kFlags = SpawnProcess::kKernelLogOutput | SpawnProcess::kWatchdog;
+
+// A stored address is handed to the client as static option values, so that
+// one program owns the interface's addresses in both cases.
+void AddStaticOptions(const PersistentNetworkConfig::InterfaceReader& reader,
+                      std::vector<std::string>& args) {
+  args.push_back("-Sip_address=" + net::FormatIPv4(reader.StaticAddress()));
+  args.push_back("-Ssubnet_mask=" + net::FormatIPv4(reader.Netmask()));
+  if (const std::uint32_t gateway = reader.Gateway()) {
+    args.push_back("-Srouters=" + net::FormatIPv4(gateway));
+  }
+  const std::string domain = reader.DomainName();
+  if (!domain.empty()) args.push_back("-Sdomain_name=" + domain);
+  const std::vector<std::uint32_t> servers = reader.StaticNameServers();
+  if (!servers.empty()) {
+    std::string list;
+    for (const std::uint32_t server : servers) {
+      if (!list.empty()) list += ' ';
+      list += net::FormatIPv4(server);
+    }
+    args.push_back("-Sdomain_name_servers=" + list);
+  }
+}
+
+}  // namespace
+
+void ConfigureDhcp(LedNetworkStatusObserver* observer,
+                   const PersistentNetworkConfig::InterfaceReader& reader,
+                   const std::string& ifname, bool start, Platform& platform) {
+  // The root file system lives on this link: taking its address away, even to
+  // restart the client, would cut the system off from itself.
+  if (ifname == "eth0" && platform.network.IsBootedFromNfs()) {
+    if (observer != nullptr) observer->UpdateLed();
+    return;
+  }
+
+  const HardwareConfig& hardware = *HardwareConfig::GetInstance();
+  std::vector<std::string> args = {"-I", reader.ClientIdentifier(),
+                                   "-i", hardware.OemId() + " " + hardware.OemModel(),
+                                   "-o43", "-b"};
+  if (!reader.Store().Read("networking", "dhcp_debug").empty()) {
+    Log("Enabling DHCP client debugging\n");
+    args.push_back("-d");
+  }
+  if (!start) {
+    args.push_back("-x");
+  } else {
+    if (!reader.IsDhcp()) AddStaticOptions(reader, args);
+    const int metric = reader.InterfaceMetric();
+    if (metric >= 0) args.push_back("-m" + std::to_string(metric));
+    const int mtu = reader.Mtu();
+    if (mtu >= 1) args.push_back("-Sinterface_mtu=" + std::to_string(mtu));
+  }
+  args.push_back(ifname);
+
+  const int status = platform.programs.Run(kDhcpClient, args, kFlags);
+  // Stopping a client that is not running fails, and that is normal.
+  if (start && status != 0) Log("linkrig: Failed to spawn dhcpcd: %d\n", status);
+
+  ConfigureDhcpServer(observer, reader, ifname, start, platform);
+}
+
+}  // namespace corvo

@@ -1,0 +1,114 @@
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <fmt/printf.h>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "apps/steps/dhcp.h"
+#include "lib/hardware/hardware_config.h"
+#include "lib/hardware/led_status.h"
+#include "lib/platform/interface_reader.h"
+#include "lib/platform/log.h"
+#include "lib/platform/net.h"
+#include "lib/platform/spawn_process.h"
+
+namespace corvo {
+
+namespace {
+
+using PersistentNetworkConfig::InterfaceReader;
+
+constexpr char kDhcpServer[] = "/sbin/udhcpd";
+constexpr unsigned int kFlags = SpawnProcess::kKernelLogOutput | SpawnProcess::kWatchdog;
+constexpr std::int64_t kStopGraceUs = 30000000;
+constexpr std::chrono::seconds kReadyTimeout(15);
+constexpr std::chrono::seconds kReadyPoll(1);
+
+// A server started before the interface has its address would hand out
+// nothing; but one that never gets ready is still started.
+void WaitUntilReady(const std::string& ifname, Platform& platform) {
+  const auto deadline = platform.clock.Now() + kReadyTimeout;
+  while (platform.clock.Now() < deadline && !platform.network.InterfaceIsReady(ifname)) {
+    platform.clock.Sleep(kReadyPoll);
+  }
+}
+
+std::vector<std::string> ServerConfiguration(const InterfaceReader& reader,
+                                             const std::string& ifname,
+                                             const std::string& pid_file) {
+  const PersistentNetworkConfig::Ip4Range range = reader.DhcpServerRange();
+  std::vector<std::string> lines = {
+      "interface " + ifname,
+      "pidfile " + pid_file,
+      "lease_file " + fmt::sprintf("/var/run/udhcpd-%s.leases", ifname),
+      "start " + net::FormatIPv4(range.start),
+      "end " + net::FormatIPv4(range.end),
+      "option subnet " + net::FormatIPv4(reader.Netmask()),
+  };
+  if (const std::uint32_t router = reader.DhcpServerGateway()) {
+    lines.push_back("option router " + net::FormatIPv4(router));
+  }
+  for (const std::uint32_t server : reader.DhcpServerNameServers()) {
+    lines.push_back("opt dns " + net::FormatIPv4(server));
+  }
+  const std::string domain = reader.DhcpServerDomain();
+  if (net::IsValidDomainName(domain)) lines.push_back("option domain " + domain);
+  return lines;
+}
+
+void StartServer(const InterfaceReader& reader, const std::string& ifname,
+                 const std::string& pid_file, Platform& platform) {
+  WaitUntilReady(ifname, platform);
+  Log("Starting DHCP server for '%s'\n", ifname);
+
+  const std::string conf_file = fmt::sprintf("/var/run/udhcpd-%s.conf", ifname);
+  const std::vector<std::string> lines = ServerConfiguration(reader, ifname, pid_file);
+  {
+    // A file that cannot be written is not reported: the server then fails
+    // on its own and its exit code is.
+    const std::unique_ptr<std::ostream> out = platform.files.Create(conf_file);
+    for (const std::string& line : lines) *out << line << '\n' << std::flush;
+  }
+
+  const int status = platform.programs.Run(kDhcpServer, {conf_file}, kFlags);
+  if (status != 0) Log("linkrig: Failed to spawn udhcpd: %d\n", status);
+}
+
+}  // namespace
+
+bool DhcpServerAvailable(const InterfaceReader& reader, const std::string& ifname) {
+  if (!reader.DhcpServerEnabled()) return false;
+  if (reader.IsDhcp()) {
+    Log("DHCP server is not available on '%s' since it is also a DHCP client.\n", ifname);
+    return false;
+  }
+  // A VLAN of the WiFi interface serves only when the WiFi is an access point.
+  const std::string::size_type dot = ifname.rfind('.');
+  const std::string base = dot == std::string::npos ? ifname : ifname.substr(0, dot);
+  if (HardwareConfig::GetInstance()->IsWifiInterface(base)) {
+    const InterfaceReader base_reader(base, reader.Store());
+    if (!base_reader.IsAccessPoint()) {
+      Log("DHCP server not available on '%s' when not in access point mode\n", ifname);
+      return false;
+    }
+  }
+  return true;
+}
+
+void ConfigureDhcpServer(LedNetworkStatusObserver* observer, const InterfaceReader& reader,
+                         const std::string& ifname, bool start, Platform& platform) {
+  const std::string pid_file = fmt::sprintf("/var/run/udhcpd-%s.pid", ifname);
+  // Every start is preceded by a stop, so a running server is never replaced here.
+  if (!start || !DhcpServerAvailable(reader, ifname)) {
+    const pid_t pid = platform.programs.ReadPidFile(pid_file, "udhcpd");
+    if (pid >= 0) platform.programs.KillProcessAndWait(pid, SIGTERM, kStopGraceUs);
+  } else {
+    StartServer(reader, ifname, pid_file, platform);
+  }
+  if (observer != nullptr) observer->UpdateLed();
+}
+
+}  // namespace corvo

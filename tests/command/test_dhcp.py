@@ -1,0 +1,160 @@
+"""The DHCP client (the real dhcpcd) and server (the real busybox udhcpd) of a
+wired port, against a far end on the lan; recording stand-ins for the exact
+argument vectors and for a missing program.
+
+eth1 stands for an ordinary wired port: its start runs no wired 802.1X step."""
+
+import re
+
+import pytest
+
+from player import wait_for
+
+pytestmark = [pytest.mark.usefixtures("linkrig_binary"),
+              pytest.mark.player(ports=("eth0", "eth1"), hwvars={
+                  "VL_HWFLAGS": "0x10", "VL_OEM_ID": "ACME", "VL_OEM_MODEL": "Box 4",
+                  "VL_FORMAT": "1", "VL_SERIAL": "S1"})]
+
+HEAD = ["-I", "Velmora:S1", "-i", "ACME Box 4", "-o43", "-b"]
+STATIC = {"ip": "c0a83c01", "nm": "ffffff00"}  # 192.168.60.1/24
+SERVER = {"dh": "c0a83c64:c0a83c6e", "dhgw": "c0a83c01", "dhdn": "08080808",
+          "dhds": "example.local"}
+
+
+@pytest.fixture
+def player(player):
+    # Probing each new address by ARP costs dhcpcd about five seconds a start;
+    # nothing else on these wires could hold the address.
+    player.write_file("/etc/dhcpcd.conf", "noarp\n", append=True)
+    return player
+
+
+def start(player, ifname):
+    result = player.linkrig(ifname, "start")
+    assert result.returncode == 0, result.stderr
+    assert "Failed" not in result.stderr
+    return result
+
+
+def processes(player, name):
+    return player.run(["pgrep", "-x", name]).stdout.split()
+
+
+def address(player, ifname, pattern):
+    text = player.run(["ip", "-4", "addr", "show", ifname], check=True).stdout
+    return re.search(pattern, text)
+
+
+def assert_stops_everything(player, ifname):
+    result = player.linkrig(ifname, "stop")
+    assert result.returncode == 0, result.stderr
+    wait_for(lambda: not processes(player, "dhcpcd") and not processes(player, "udhcpd"),
+             timeout=5, what="dhcpcd and udhcpd to end")
+
+
+@pytest.mark.parametrize("ifname", ["eth0", "eth1"])
+def test_dynamic_lease_from_the_far_end(player, ifname):
+    peer = f"peer-{ifname}"
+    player.start_registry({".omba": {"hn": "player"}})
+    player.lan.run(["ip", "addr", "add", "192.168.50.1/24", "dev", peer], check=True)
+    player.write_file("/run/player/lan-udhcpd.conf",
+                      f"interface {peer}\nstart 192.168.50.100\nend 192.168.50.150\n"
+                      "pidfile /run/player/lan-udhcpd.pid\nlease_file /run/player/lan.leases\n"
+                      "option subnet 255.255.255.0\noption router 192.168.50.1\n")
+    server = player.lan.start_daemon("lan-udhcpd",
+                                     ["busybox", "udhcpd", "-f", "/run/player/lan-udhcpd.conf"])
+    start(player, ifname)
+    wait_for(lambda: address(player, ifname, r"inet 192\.168\.50\.1[0-4]\d/24 .*dynamic"),
+             timeout=15, what="a lease")
+    assert_stops_everything(player, ifname)
+    server.stop()
+
+
+def test_static_configuration_applied_by_dhcpcd(player):
+    player.start_registry({".omba": {"hn": "player"},
+                           ".net.eth1": dict(STATIC, gw="c0a83cfe", mtu="578")})
+    start(player, "eth1")
+    wait_for(lambda: address(player, "eth1", r"inet 192\.168\.60\.1/24 "), timeout=15,
+             what="the static address")
+    routes = player.run(["ip", "-4", "route"], check=True).stdout
+    assert re.search(r"default via 192\.168\.60\.254 dev eth1 .*mtu 1400", routes), routes
+    assert_stops_everything(player, "eth1")
+
+
+def test_served_lease_reaches_a_client_on_the_far_end(player):
+    player.start_registry({".omba": {"hn": "player"}, ".net.eth1": dict(STATIC, **SERVER)})
+    result = start(player, "eth1")
+    assert "Starting DHCP server for 'eth1'\n" in result.stderr
+    # The server waited until dhcpcd had given the port its address.
+    assert address(player, "eth1", r"inet 192\.168\.60\.1/24 ")
+    server = player.run(["pgrep", "-a", "-x", "udhcpd"]).stdout.split("\n")[0].split(" ")
+    assert server == [player.read_file("/var/run/udhcpd-eth1.pid").strip(), "/sbin/udhcpd",
+                      "/var/run/udhcpd-eth1.conf"]
+    assert "option router 192.168.60.1\nopt dns 8.8.8.8\noption domain example.local\n" \
+        in player.read_file("/var/run/udhcpd-eth1.conf")
+    client = player.lan.run(["busybox", "udhcpc", "-i", "peer-eth1", "-f", "-q", "-n",
+                             "-t", "5", "-T", "1", "-s", "/bin/true"])
+    assert re.search(r"lease of 192\.168\.60\.1(0\d|10) obtained from 192\.168\.60\.1,",
+                     client.stderr), client.stderr
+    assert_stops_everything(player, "eth1")
+
+
+def test_argument_vectors(player):
+    player.start_registry({".omba": {"hn": "player", "ip": "c0a8010a", "nm": "ffffff00"},
+                           ".net.eth1": {"ip": "c0a8010a", "nm": "ffffff00", "gw": "c0a80101",
+                                         "mtu": "578"}})
+    dhcpcd = player.replace_program("/sbin/dhcpcd")
+    assert player.linkrig("eth0", "stop").returncode == 0
+    start(player, "eth1")
+    assert dhcpcd.calls() == [
+        HEAD + ["-x", "eth0"],
+        HEAD + ["-x", "eth1"],
+        HEAD + ["-Sip_address=192.168.1.10", "-Ssubnet_mask=255.255.255.0",
+                "-Srouters=192.168.1.1", "-Sinterface_mtu=1400", "eth1"],
+    ]
+
+
+def test_missing_programs_give_exit_code_127(player):
+    player.start_registry({".omba": {"hn": "player"}, ".net.eth1": dict(STATIC, **SERVER)})
+    player.replace_program("/sbin/dhcpcd", missing=True)
+    player.replace_program("/sbin/udhcpd", missing=True)
+    player.run(["ip", "addr", "add", "192.168.60.1/24", "dev", "eth1"], check=True)
+    result = player.linkrig("eth1", "start")
+    # The stop before the start fails too, silently.
+    assert result.returncode == 0
+    assert result.stderr.count("linkrig: Failed to spawn dhcpcd: 127\n") == 1
+    assert "Starting DHCP server for 'eth1'\nlinkrig: Failed to spawn udhcpd: 127\n" in result.stderr
+    assert "SpawnProcess child '/sbin/dhcpcd' failed: exec: No such file or directory\n" \
+        in player.kmsg()
+
+
+def test_malformed_static_configuration_then_fixed(player):
+    player.start_registry({".omba": {"hn": "player"}, ".net.eth1": {"ip": "c0a83c01"}})
+    dhcpcd = player.replace_program("/sbin/dhcpcd")
+    result = player.linkrig("eth1", "start")
+    assert (result.returncode, result.stderr.splitlines()[-1]) == (
+        2, "linkrig: EXCEPTION: Invalid static IP configuration")
+    player.set_setting(".net.eth1", "nm", "ffffff00")
+    start(player, "eth1")
+    assert dhcpcd.calls()[-1] == HEAD + ["-Sip_address=192.168.60.1",
+                                         "-Ssubnet_mask=255.255.255.0", "eth1"]
+
+
+@pytest.mark.player(ports=("eth0", "wlan0"))
+def test_server_on_a_wifi_vlan_needs_access_point_mode(player):
+    # A VLAN of the WiFi port, as a veth of that name (this kernel has no 802.1Q).
+    player.run(["ip", "link", "add", "wlan0.7", "type", "veth", "peer", "name", "w7"], check=True)
+    for link in ("wlan0.7", "w7"):
+        player.run(["ip", "link", "set", link, "up"], check=True)
+    player.run(["ip", "addr", "add", "192.168.70.1/24", "dev", "wlan0.7"], check=True)
+    player.start_registry({".omba": {"hn": "player"}, ".net.wlan0.7": {
+        "ip": "c0a84601", "nm": "ffffff00", "dh": "c0a84664:c0a8466e"}})
+    player.replace_program("/sbin/dhcpcd")
+    udhcpd = player.replace_program("/sbin/udhcpd")
+    result = player.linkrig("wlan0.7", "start")
+    assert "DHCP server not available on 'wlan0.7' when not in access point mode\n" in result.stderr
+    assert udhcpd.calls() == []
+    player.set_setting(".omba1", "wm", "0")  # any value at all
+    result = player.linkrig("wlan0.7", "start")
+    assert "Starting DHCP server for 'wlan0.7'\n" in result.stderr
+    assert udhcpd.calls() == [["/var/run/udhcpd-wlan0.7.conf"]]

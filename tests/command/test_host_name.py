@@ -1,0 +1,90 @@
+"""The stored host name, set in the player's own UTS namespace and announced
+through a real avahi-daemon on the player's bus."""
+
+import socket
+
+import pytest
+
+pytestmark = pytest.mark.usefixtures("linkrig_binary")
+
+
+def echo(ifname, action):
+    return f"linkrig: {ifname} {action}\n"
+
+
+def avahi_calls(daemon):
+    """The D-Bus methods avahi-daemon was called with so far (its debug log)."""
+    return [line for line in daemon.log().splitlines() if line.startswith("dbus-protocol.c:")]
+
+
+@pytest.fixture
+def host_name_kept():
+    """The host's own name must never change."""
+    before = socket.gethostname()
+    yield
+    assert socket.gethostname() == before
+
+
+@pytest.mark.parametrize("action", ["start", "reconfigure"])
+def test_sets_kernel_and_avahi_names(player, host_name_kept, action):
+    avahi = player.start_avahi()
+    player.start_registry({".omba": {"hn": "lobby-screen"}})
+    result = player.linkrig("host", action)
+    assert (result.returncode, result.stderr) == (0, echo("host", action))
+    assert player.hostname() == "lobby-screen"
+    assert player.avahi_host_name() == "lobby-screen"
+    assert "Changing host name to 'lobby-screen'." in avahi.log()
+
+
+def test_equal_name_touches_neither_kernel_nor_avahi(player, host_name_kept):
+    # No sethostname is observable from outside, but setting the name always
+    # goes on to Avahi: an Avahi that hears nothing shows it was not set.
+    avahi = player.start_avahi()
+    player.start_registry({".omba": {"hn": "player"}})
+    calls = avahi_calls(avahi)
+    result = player.linkrig("host", "start")
+    assert (result.returncode, result.stderr) == (0, echo("host", "start"))
+    assert avahi_calls(avahi) == calls
+    assert player.hostname() == "player"
+
+
+@pytest.mark.parametrize("hwvars, expected", [
+    ({"VL_HWFLAGS": "0x10"}, "Velmora-"),
+    ({"VL_HWFLAGS": "0x10", "VL_FORMAT": "1", "VL_SERIAL": "SN0042"}, "Velmora-SN0042"),
+])
+def test_empty_name_defaults_to_the_serial(make_player, hwvars, expected):
+    player = make_player(hwvars=hwvars)
+    player.start_avahi()
+    player.start_registry({".omba": {"hn": ""}})
+    assert player.linkrig("host", "start").returncode == 0
+    assert player.hostname() == expected
+    assert player.avahi_host_name() == expected
+
+
+# Avahi announces "player" from the start; it compares names ignoring case.
+@pytest.mark.parametrize("announced, stored", [("lobby", "lobby"), (None, "Player")])
+def test_avahi_refusal_ends_the_run_after_the_kernel_name(player, announced, stored):
+    avahi = player.start_avahi()
+    if announced:
+        # Avahi already announces the name the kernel does not have yet.
+        player.run(["busctl", "--system", "call", "org.freedesktop.Avahi", "/",
+                    "org.freedesktop.Avahi.Server", "SetHostName", "s", announced], check=True)
+    player.start_registry({".omba": {"hn": stored}})
+    result = player.linkrig("host", "start")
+    assert result.returncode == 2
+    assert result.stderr == echo("host", "start") + (
+        f"linkrig: EXCEPTION: Failed to set avahi host name to '{stored}': "
+        "The requested operation is invalid because redundant\n")
+    assert player.hostname() == stored
+    assert avahi.running()
+
+
+def test_unusable_name_is_reported_and_the_next_start_works(player):
+    player.start_registry({".omba": {"hn": "x" * 65}})
+    result = player.linkrig("host", "start")
+    assert (result.returncode, result.stderr) == (
+        2, echo("host", "start") + "linkrig: EXCEPTION: sethostbyname: Invalid argument\n")
+    assert player.hostname() == "player"
+    player.set_setting(".omba", "hn", "x" * 64)
+    assert player.linkrig("host", "start").returncode == 0
+    assert player.hostname() == "x" * 64

@@ -1,0 +1,135 @@
+"""IPv4 forwarding and NAT masquerading with the real iptables, in the
+player's own network namespace (its own nat table and forwarding switch)."""
+
+import pytest
+
+pytestmark = pytest.mark.usefixtures("linkrig_binary")
+
+HAS_ROUTE = "Interface '{}' has a default route.  Configuring it for NAT.\n"
+NO_ROUTE = "Interface '{}' has no default route (yet).\n"
+PORTS = ("eth0", "wlan0", "eth1")
+
+
+def echo(ifname, action):
+    return f"linkrig: {ifname} {action}\n"
+
+
+def masquerade_rules(player):
+    rules = player.run(["iptables", "-t", "nat", "-S", "POSTROUTING"], check=True).stdout
+    return [line for line in rules.splitlines() if line != "-P POSTROUTING ACCEPT"]
+
+
+def ip_forward(player):
+    # Read from inside: /proc/sys/net shows the reader's network namespace.
+    return player.run(["cat", "/proc/sys/net/ipv4/ip_forward"], check=True).stdout.strip()
+
+
+def set_ip_forward(player, value):
+    player.run(["sh", "-c", f"echo {value} > /proc/sys/net/ipv4/ip_forward"], check=True)
+
+
+def add_default_route(player, ifname, subnet, metric=0):
+    player.run(["ip", "addr", "add", f"{subnet}.2/24", "dev", ifname], check=True)
+    player.run(["ip", "route", "add", "default", "via", f"{subnet}.1", "dev", ifname,
+                "metric", str(metric)], check=True)
+
+
+@pytest.fixture
+def host_ip_forward():
+    """The host's forwarding switch must come through untouched."""
+    with open("/proc/sys/net/ipv4/ip_forward") as f:
+        before = f.read()
+    yield
+    with open("/proc/sys/net/ipv4/ip_forward") as f:
+        assert f.read() == before
+
+
+def test_update_masquerades_once(player, host_ip_forward):
+    player.start_registry({".omba": {"forwarding": "2"}})
+    add_default_route(player, "eth0", "192.168.5")
+    for _ in range(3):
+        result = player.linkrig("eth0", "update")
+        assert (result.returncode, result.stderr) == (
+            0, echo("eth0", "update") + HAS_ROUTE.format("eth0"))
+    assert masquerade_rules(player) == ["-A POSTROUTING -o eth0 -j MASQUERADE"]
+    assert ip_forward(player) == "1"
+
+
+def test_update_without_default_route_changes_nothing(player):
+    player.start_registry({".omba": {"forwarding": "2"}})
+    set_ip_forward(player, 1)
+    result = player.linkrig("eth0", "update")
+    assert (result.returncode, result.stderr) == (
+        0, echo("eth0", "update") + NO_ROUTE.format("eth0"))
+    assert masquerade_rules(player) == []
+    assert ip_forward(player) == "1"
+
+
+@pytest.mark.player(ports=PORTS)
+@pytest.mark.parametrize("action", ["start", "reconfigure"])
+def test_host_masquerades_only_the_port_with_the_default_route(player, action, host_ip_forward):
+    player.start_registry({".omba": {"forwarding": "2", "hn": "player"}})
+    # A rule from an earlier configuration goes with the flush.
+    player.run(["iptables", "-t", "nat", "-A", "POSTROUTING", "-o", "eth1", "-j", "MASQUERADE"],
+               check=True)
+    add_default_route(player, "wlan0", "10.9.8")
+    result = player.linkrig("host", action)
+    assert result.returncode == 0
+    lines = result.stderr.splitlines(keepends=True)
+    assert lines[0] == echo("host", action)
+    # One line per port, in directory order (not necessarily the name order).
+    assert sorted(lines[1:]) == sorted(
+        [HAS_ROUTE.format("wlan0")] + [NO_ROUTE.format(p) for p in PORTS if p != "wlan0"])
+    assert masquerade_rules(player) == ["-A POSTROUTING -o wlan0 -j MASQUERADE"]
+    assert ip_forward(player) == "1"
+
+
+@pytest.mark.player(ports=("eth0",))
+def test_internal_links_never_masquerade(player):
+    player.start_registry({".omba": {"forwarding": "2", "hn": "player"}})
+    # The SoC's internal links, named as on the device: ipc0 and rgmii1 as
+    # the two ends of one veth, peth0 with its far end on the lan.
+    player.run(["ip", "link", "add", "ipc0", "type", "veth", "peer", "name", "rgmii1"], check=True)
+    player.run(["ip", "link", "add", "peth0", "type", "veth", "peer", "name", "far-peth0",
+                "netns", "lan"], check=True)
+    player.lan.run(["ip", "link", "set", "far-peth0", "up"], check=True)
+    for name in ("ipc0", "rgmii1", "peth0"):
+        player.run(["ip", "link", "set", name, "up"], check=True)
+    for metric, (name, subnet) in enumerate(
+            [("ipc0", "10.1.1"), ("rgmii1", "10.1.2"), ("peth0", "10.1.3")]):
+        add_default_route(player, name, subnet, metric)
+    result = player.linkrig("host", "start")
+    assert (result.returncode, result.stderr) == (
+        0, echo("host", "start") + NO_ROUTE.format("eth0"))
+    assert masquerade_rules(player) == []
+    assert ip_forward(player) == "0"
+
+    # The same with eth0 holding a default route too: only eth0 gets the rule.
+    add_default_route(player, "eth0", "192.168.5", 10)
+    result = player.linkrig("host", "start")
+    assert (result.returncode, result.stderr) == (
+        0, echo("host", "start") + HAS_ROUTE.format("eth0"))
+    assert masquerade_rules(player) == ["-A POSTROUTING -o eth0 -j MASQUERADE"]
+
+
+def test_host_routing_mode_forwards_without_nat(player):
+    player.start_registry({".omba": {"forwarding": "1", "hn": "player"}})
+    add_default_route(player, "eth0", "192.168.5")
+    player.run(["iptables", "-t", "nat", "-A", "POSTROUTING", "-o", "eth0", "-j", "MASQUERADE"],
+               check=True)
+    result = player.linkrig("host", "start")
+    assert (result.returncode, result.stderr) == (0, echo("host", "start"))
+    assert masquerade_rules(player) == []
+    assert ip_forward(player) == "1"
+
+
+def test_host_stop_changes_nothing(player):
+    player.start_registry({".omba": {"forwarding": "0", "hn": "other"}})
+    player.run(["iptables", "-t", "nat", "-A", "POSTROUTING", "-o", "eth0", "-j", "MASQUERADE"],
+               check=True)
+    set_ip_forward(player, 1)
+    result = player.linkrig("host", "stop")
+    assert (result.returncode, result.stderr) == (0, echo("host", "stop"))
+    assert masquerade_rules(player) == ["-A POSTROUTING -o eth0 -j MASQUERADE"]
+    assert ip_forward(player) == "1"
+    assert player.hostname() == "player"

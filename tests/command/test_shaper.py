@@ -1,0 +1,85 @@
+"""Inbound bandwidth policing: the real tc in the player's network namespace,
+and a recording stand-in for the exact argument vectors and exit statuses.
+
+eth1 stands for an ordinary wired port: its start runs no wireless step."""
+
+import pytest
+
+pytestmark = [pytest.mark.usefixtures("linkrig_binary"), pytest.mark.player(ports=("eth0", "eth1"))]
+
+ADDING = "Adding inbound bandwidth shaping of 1000000bit/s for {}\n"
+REMOVING = "Removing bandwidth shaper (if present) for {}\n"
+FAILED = "ConfigureShaper failed: Shaper({}): Failed to add {}: {}\n"
+QDISC_ADD = ["qdisc", "add", "dev", "eth1", "handle", "ffff:", "ingress"]
+QDISC_DEL = ["qdisc", "del", "dev", "eth1", "ingress"]
+FILTER_ADD = ["filter", "add", "dev", "eth1", "parent", "ffff:", "protocol", "ip", "prio", "50",
+              "u32", "match", "ip", "src", "0.0.0.0/0", "police", "rate", "1000000",
+              "burst", "1000000", "drop", "flowid", ":1"]
+
+
+def ingress(player, ifname):
+    shown = player.run(["tc", "qdisc", "show", "dev", ifname], check=True).stdout
+    return [line for line in shown.splitlines() if line.startswith("qdisc ingress ffff:")]
+
+
+def test_real_tc_keeps_the_ingress_qdisc_when_policing_fails(player):
+    player.start_registry({".net.eth1": {"ir": "f4240"}, ".omba": {"hn": "player"}})
+    result = player.linkrig("eth1", "start")
+    # This kernel has no police action: the filter fails, the qdisc stays.
+    assert result.returncode == 0
+    assert result.stderr.endswith(ADDING.format("eth1") + FAILED.format("eth1", "filter", 2))
+    assert "Failed to load TC action module" in player.kmsg()
+    assert len(ingress(player, "eth1")) == 1
+
+    # start does not remove the shaper first: a second add finds the qdisc.
+    result = player.linkrig("eth1", "start")
+    assert result.stderr.endswith(ADDING.format("eth1") + FAILED.format("eth1", "qdisc", 2))
+
+    result = player.linkrig("eth1", "stop")
+    assert (result.returncode, result.stderr.endswith(REMOVING.format("eth1"))) == (0, True)
+    assert ingress(player, "eth1") == []
+
+
+def test_stop_removes_an_ingress_qdisc_and_ignores_its_absence(player):
+    player.start_registry({".omba": {"hn": "player"}})
+    player.run(["tc", "qdisc", "add", "dev", "eth0", "handle", "ffff:", "ingress"], check=True)
+    for _ in range(2):
+        result = player.linkrig("eth0", "stop")
+        assert (result.returncode, result.stderr) == (
+            0, "linkrig: eth0 stop\n" + REMOVING.format("eth0"))
+        assert ingress(player, "eth0") == []
+
+
+def test_tc_argument_vectors(player):
+    player.start_registry({".net.eth1": {"ir": "f4240"}, ".omba": {"hn": "player"}})
+    tc = player.replace_program("/usr/sbin/tc")
+    result = player.linkrig("eth1", "start")
+    assert (result.returncode, result.stderr.endswith(ADDING.format("eth1"))) == (0, True)
+    assert tc.calls() == [QDISC_ADD, FILTER_ADD]
+
+    player.linkrig("eth1", "reconfigure")
+    assert tc.calls()[2:] == [QDISC_DEL, QDISC_ADD, FILTER_ADD]
+
+    # Removal ignores tc's status.
+    tc = player.replace_program("/usr/sbin/tc", exit_code=2)
+    result = player.linkrig("eth1", "stop")
+    assert (result.returncode, result.stderr.endswith(REMOVING.format("eth1"))) == (0, True)
+    assert tc.calls() == [QDISC_DEL]
+
+
+def test_no_rate_runs_no_tc(player):
+    player.start_registry({".net.eth1": {"ir": "0"}, ".omba": {"hn": "player"}})
+    tc = player.replace_program("/usr/sbin/tc")
+    result = player.linkrig("eth1", "start")
+    assert result.returncode == 0
+    assert result.stderr.endswith("No inbound bandwidth shaping on eth1\n")
+    assert tc.calls() == []
+
+
+def test_missing_tc_gives_127(player):
+    player.start_registry({".net.eth1": {"ir": "f4240"}, ".omba": {"hn": "player"}})
+    player.replace_program("/usr/sbin/tc", missing=True)
+    result = player.linkrig("eth1", "start")
+    assert result.returncode == 0
+    assert result.stderr.endswith(ADDING.format("eth1") + FAILED.format("eth1", "qdisc", 127))
+    assert "SpawnProcess child 'tc' failed" in player.kmsg()
