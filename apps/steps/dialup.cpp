@@ -1,0 +1,175 @@
+#include "apps/steps/dialup.h"
+
+#include <csignal>
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <ostream>
+#include <stdexcept>
+#include <vector>
+
+#include <fmt/printf.h>
+
+#include "lib/platform/interface_reader.h"
+#include "lib/platform/log.h"
+
+namespace corvo {
+
+namespace {
+
+constexpr int kStart = 1;
+constexpr int kStop = 2;
+constexpr int kRestart = 3;
+constexpr std::int64_t kStopTimeoutUs = 5000000;
+// The peer file holds the dial-up password; the chat script is kept as private.
+constexpr mode_t kPrivateFile = 0600;
+
+// Between apostrophes on one line: neither may end the value early.
+constexpr char kQuotedForbidden[] = "'\n\r";
+constexpr char kNumberCharacters[] = "0123456789,*#";
+
+// chat reads "\ooo" in a quoted string as an octal byte.
+std::string EscapeForChat(const std::string& text) {
+  std::string escaped;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= 0x20 && byte <= 0x7E && c != '\\' && c != '"') {
+      escaped += c;
+    } else {
+      escaped += fmt::sprintf("\\%03o", static_cast<unsigned int>(byte));
+    }
+  }
+  return escaped;
+}
+
+void Validate(const DialupSettings& settings) {
+  if (settings.user.find_first_of(kQuotedForbidden) != std::string::npos) {
+    throw std::runtime_error("Dialup user contains invalid character");
+  }
+  if (settings.password.find_first_of(kQuotedForbidden) != std::string::npos) {
+    throw std::runtime_error("Dialup password contains invalid character");
+  }
+  if (settings.number.find_first_not_of(kNumberCharacters) != std::string::npos) {
+    throw std::runtime_error("Dialup number contains invalid character");
+  }
+}
+
+void WriteChatScript(const DialupSettings& settings, Files& files) {
+  const std::unique_ptr<std::ostream> out = files.Create(kChatScriptPath, kPrivateFile);
+  *out << "ABORT BUSY\n"
+       << "ABORT VOICE\n"
+       << "ABORT \"NO CARRIER\"\n"
+       << "ABORT \"NO DIALTONE\"\n"
+       << "ABORT \"NO DIAL TONE\"\n"
+       << "ABORT \"ERROR\"\n"
+       << "\"\" ATZ\n";
+  if (!settings.init.empty()) *out << "OK \"" << EscapeForChat(settings.init) << "\"\n";
+  *out << "OK ATDT" << settings.number << "\n"
+       << "CONNECT \"\"\n";
+  out->flush();
+  if (!*out) throw std::runtime_error("Failed to create peer chatscript");
+}
+
+void WritePeerFile(const std::string& device, const DialupSettings& settings, Files& files) {
+  const std::unique_ptr<std::ostream> out = files.Create(kPeerFilePath, kPrivateFile);
+  *out << device << "\n"
+       << "115200\n"
+       << "connect \"/sbin/chat -s 2>/dev/kmsg -v -f " << kChatScriptPath << "\"\n"
+       << "noipdefault\n"
+       << "usepeerdns\n"
+       << "noauth\n"
+       << "user '" << settings.user << "'\n"
+       << "password '" << settings.password << "'\n"
+       << "nodetach\n"
+       << "unit 0\n"
+       << "logfile /dev/kmsg\n"
+       << "linkname peer\n"
+       << "lock\n"
+       << "persist\n"
+       << "holdoff 15\n"
+       << "maxfail 0\n"
+       << "ipparam " << settings.link_parameter << "\n";
+  out->flush();
+  if (!*out) throw std::runtime_error("Failed to create peer configuration file");
+}
+
+}  // namespace
+
+DialupSettings DialupSettings::Read(const PersistentNetworkConfig::InterfaceReader& reader) {
+  DialupSettings settings;
+  settings.user = reader.DialupUser();
+  settings.password = reader.DialupPassword();
+  settings.number = reader.DialupNumber();
+  settings.init = reader.DialupInit();
+  settings.link_parameter = reader.DialupLinkParameter();
+  return settings;
+}
+
+std::optional<std::string> DialupInterfaceName(Files& files) {
+  if (files.Exists(kModemDevice)) return std::string("ppp0");
+  return std::nullopt;
+}
+
+void WriteDialupConfiguration(const std::string& device, const DialupSettings& settings,
+                              Files& files) {
+  Validate(settings);
+  WriteChatScript(settings, files);
+  WritePeerFile(device, settings, files);
+}
+
+void StopDialup(Platform& platform) {
+  const pid_t pid = platform.programs.ReadPidFile(kDialupPidFile, "pppd");
+  if (pid > 0) {
+    platform.programs.KillProcessAndWait(pid, SIGTERM, kStopTimeoutUs);
+    platform.files.Remove(kDialupPidFile);
+  }
+}
+
+pid_t StartDialup(Platform& platform) {
+  StopDialup(platform);
+  return platform.programs.StartDetached({"/sbin/pppd", "call", "peer"}, kDialupPidFile);
+}
+
+int ConfigureDialup(const std::string& ifname, int action) {
+  return ConfigureDialup(ifname, action, GetPlatform(), GetRegistry);
+}
+
+int ConfigureDialup(const std::string& ifname, int action, Platform& platform,
+                    const std::function<Registry&()>& registry) {
+  if (!DialupInterfaceName(platform.files)) return 1;
+  try {
+    const PersistentNetworkConfig::InterfaceReader reader(ifname, registry());
+    const DialupSettings settings = DialupSettings::Read(reader);
+    WriteDialupConfiguration(kModemDevice, settings, platform.files);
+    if (action == kStop || action == kRestart) StopDialup(platform);
+    // Without a number there is nothing to dial; the files are ready for when there is.
+    if ((action == kStart || action == kRestart) && !settings.number.empty()) {
+      StartDialup(platform);
+    }
+    return 0;
+  } catch (const std::exception& e) {
+    Log("Failed to configure dialup: %s\n", e.what());
+  } catch (...) {
+    Log("Failed to configure dialup: Unknown exception.\n");
+  }
+  return 1;
+}
+
+int ModemStartCheck(const std::string& ifname) {
+  return ModemStartCheck(ifname, GetPlatform(), GetRegistry);
+}
+
+int ModemStartCheck(const std::string& ifname, Platform& platform,
+                    const std::function<Registry&()>& registry) {
+  if (!platform.files.Exists(kModemDevice)) {
+    Log("linkrig: Modem not found\n");
+    return 1;
+  }
+  if (platform.network.InterfaceHasLink(ifname)) {
+    Log("linkrig: Interface already connected\n");
+    return 2;
+  }
+  return ConfigureDialup(ifname, kStart, platform, registry);
+}
+
+}  // namespace corvo

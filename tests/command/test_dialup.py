@@ -1,0 +1,213 @@
+"""The dial-up link ppp0: chat script and peer file, pppd started detached
+and stopped through its PID file, and the modem checks, in a simulated player
+with a modem on a pseudo-terminal."""
+
+import json
+import time
+
+import pytest
+
+from player import linkrig_path, wait_for
+
+pytestmark = pytest.mark.usefixtures("linkrig_binary")
+
+CHAT = "/var/volatile/etc/ppp-chatscript"
+PEER = "/etc/ppp/peers/peer"
+PID_FILE = "/var/run/dialup.pid"
+CALLS = "/run/player/pppd-calls"
+STAND_IN = "/run/player/pppd-stand-in"
+# Stays like pppd with nodetach, and records how it was started.
+STAND_IN_SCRIPT = """#!/usr/bin/python3 -I
+import json, os, signal, sys
+fds = {}
+for fd in range(64):
+    try:
+        fds[fd] = os.readlink(f"/proc/self/fd/{fd}")
+    except OSError:
+        pass
+with open("/proc/self/status") as f:
+    blocked = [l.split()[1] for l in f if l.startswith("SigBlk:")][0]
+with open(%(calls)r, "a") as f:
+    f.write(json.dumps({"pid": os.getpid(), "argv": sys.argv, "fds": fds,
+                        "blocked": blocked}) + "\\n")
+if %(ignore_term)r:
+    signal.signal(signal.SIGTERM, signal.SIG_IGN)
+while True:
+    signal.pause()
+"""
+CHAT_HEAD = ['ABORT BUSY', 'ABORT VOICE', 'ABORT "NO CARRIER"', 'ABORT "NO DIALTONE"',
+             'ABORT "NO DIAL TONE"', 'ABORT "ERROR"', '"" ATZ']
+
+
+def peer_text(user, password):
+    return "".join(line + "\n" for line in [
+        "/dev/modem", "115200",
+        'connect "/sbin/chat -s 2>/dev/kmsg -v -f /var/volatile/etc/ppp-chatscript"',
+        "noipdefault", "usepeerdns", "noauth", f"user '{user}'", f"password '{password}'",
+        "nodetach", "unit 0", "logfile /dev/kmsg", "linkname peer", "lock", "persist",
+        "holdoff 15", "maxfail 0", "ipparam 0"])
+
+
+def replace_pppd(p, ignore_term=False):
+    """Puts a recording stand-in over /sbin/pppd (a link to /usr/sbin, where
+    pppd is a plain file, so a bind mount onto it replaces nothing else)."""
+    p.write_file(STAND_IN, STAND_IN_SCRIPT % {"calls": CALLS, "ignore_term": ignore_term},
+                 mode=0o755)
+    p.run(["mount", "--bind", STAND_IN, "/usr/sbin/pppd"], check=True)
+
+
+def calls(p):
+    if not p.exists(CALLS):
+        return []
+    return [json.loads(line) for line in p.read_file(CALLS).splitlines()]
+
+
+def pppd_processes(p):
+    found = []
+    for entry in p.listdir("/proc"):
+        try:
+            stat = p.read_file(f"/proc/{entry}/stat") if entry.isdigit() else ""
+        except OSError:
+            continue
+        if "(pppd) " in stat and stat.rpartition(")")[2].split()[0] != "Z":
+            found.append(int(entry))
+    return found
+
+
+def dial_up_player(make_player, settings, ports=("eth0",), modem=True):
+    p = make_player(ports=ports)
+    p.makedirs("/var/volatile/etc")
+    p.start_registry({".omba2": settings})
+    if modem:
+        p.start_modem()
+    replace_pppd(p)
+    return p
+
+
+@pytest.mark.parametrize("settings, chat, peer, error", [
+    ({"dn": "0,555*1#", "du": "me", "dp": "pw"}, ["OK ATDT0,555*1#"], ("me", "pw"), None),
+    ({"dn": "555-1234"}, None, None, "Dialup number contains invalid character"),
+    ({"dn": "1", "dp": "it's"}, None, None, "Dialup password contains invalid character"),
+    ({"dn": "1", "dp": 'say "hi" now'}, ["OK ATDT1"], ("", 'say "hi" now'), None),
+    ({"dn": "1", "di": 'AT"\\Q'}, ['OK "AT\\042\\134Q"', "OK ATDT1"], ("", ""), None),
+], ids=["number-accepted", "number-rejected", "apostrophe", "quote-and-space", "init-escaped"])
+def test_configuration_files(make_player, settings, chat, peer, error):
+    p = dial_up_player(make_player, settings)
+    result = p.linkrig("ppp0", "start")
+    if error:
+        assert (result.returncode, result.stderr) == (
+            1, f"linkrig: ppp0 start\nFailed to configure dialup: {error}\n")
+        assert not p.exists(CHAT) and not p.exists(PEER)
+        assert calls(p) == []
+        return
+    assert (result.returncode, result.stderr) == (0, "linkrig: ppp0 start\n")
+    chat_lines = p.read_file(CHAT).split("\n")
+    assert chat_lines == CHAT_HEAD + chat + ['CONNECT ""', ""]
+    assert len(chat_lines) - 1 == (10 if settings.get("di") else 9)
+    assert p.read_file(PEER) == peer_text(*peer)
+    for path in (CHAT, PEER):
+        assert p.run(["stat", "-c", "%a", path], check=True).stdout == "600\n"
+    wait_for(lambda: calls(p), what="pppd to start")
+
+
+def test_start_detaches_and_start_again_replaces(make_player):
+    p = dial_up_player(make_player, {"dn": "1"})
+    # linkrig with one more inherited descriptor, which pppd must not get.
+    started = p.run(["sh", "-c", 'exec "$0" ppp0 start 7</dev/null', linkrig_path()])
+    assert started.returncode == 0
+    first = wait_for(lambda: calls(p), what="pppd to start")[0]
+    assert first["argv"] == ["/sbin/pppd", "call", "peer"]
+    assert first["fds"] == {"0": "/dev/kmsg", "1": "/dev/kmsg", "2": "/dev/kmsg"}
+    assert int(first["blocked"], 16) == 0  # linkrig itself blocks SIGHUP
+    assert p.read_file(PID_FILE) == str(first["pid"])
+    assert pppd_processes(p) == [first["pid"]]  # outlives linkrig
+
+    assert p.linkrig("ppp0", "init").returncode == 0
+    second = wait_for(lambda: calls(p)[1:], what="second pppd")[0]
+    assert p.read_file(PID_FILE) == str(second["pid"])
+    wait_for(lambda: pppd_processes(p) == [second["pid"]], what="only the new pppd")
+
+    result = p.linkrig("ppp0", "stop")
+    assert (result.returncode, result.stderr) == (0, "linkrig: ppp0 stop\n")
+    assert pppd_processes(p) == [] and not p.exists(PID_FILE)
+
+
+def test_stop_kills_pppd_that_ignores_sigterm(make_player):
+    p = dial_up_player(make_player, {"dn": "1"})
+    replace_pppd(p, ignore_term=True)
+    assert p.linkrig("ppp0", "start").returncode == 0
+    pid = wait_for(lambda: calls(p), what="pppd to start")[0]["pid"]
+    started = time.monotonic()
+    result = p.linkrig("ppp0", "reconfigure")
+    assert time.monotonic() - started >= 5.0
+    assert f"PID {pid} didn't exit from signal 15. Trying harder.\n" in result.stderr
+    assert result.returncode == 0
+    assert pid not in pppd_processes(p)
+    wait_for(lambda: len(calls(p)) == 2, what="pppd to start again")
+
+
+def test_pid_file_of_another_program_stops_nothing(make_player):
+    p = dial_up_player(make_player, {"dn": "1"})
+    sleeper = p.start_daemon("sleeper", ["sleep", "60"],
+                             ready=lambda q: q.exists("/run/player/pid/sleeper"))
+    p.write_file(PID_FILE, str(sleeper.pid))
+    result = p.linkrig("ppp0", "remove")
+    assert (result.returncode, result.stderr) == (
+        0, "linkrig: ppp0 remove\nPID file exists but pppd not running\n")
+    assert sleeper.running() and p.exists(PID_FILE)
+
+
+@pytest.mark.parametrize("action, status, stderr", [
+    ("init", 1, "linkrig: Modem not found\n"), ("add", 1, "linkrig: Modem not found\n"),
+    ("start", 1, ""), ("stop", 1, ""), ("reconfigure", 1, ""),
+])
+def test_without_modem(make_player, action, status, stderr):
+    p = dial_up_player(make_player, {"dn": "1"}, modem=False)
+    result = p.linkrig("ppp0", action)
+    assert (result.returncode, result.stderr) == (status, f"linkrig: ppp0 {action}\n" + stderr)
+    assert not p.exists(PEER) and calls(p) == []
+
+
+def test_start_check_refuses_a_connected_link(make_player):
+    # A port named ppp0 that has link stands for a dial-up link that is up.
+    p = dial_up_player(make_player, {"dn": "1"}, ports=("ppp0",))
+    result = p.linkrig("ppp0", "add")
+    assert (result.returncode, result.stderr) == (
+        2, "linkrig: ppp0 add\nlinkrig: Interface already connected\n")
+    assert calls(p) == []
+
+
+def test_unwritable_files_are_reported(make_player):
+    p = dial_up_player(make_player, {"dn": "1"})
+    p.run(["rmdir", "/var/volatile/etc"], check=True)
+    assert p.linkrig("ppp0", "start").stderr.endswith(
+        "Failed to configure dialup: Failed to create peer chatscript\n")
+    p.makedirs("/var/volatile/etc")
+    p.run(["rm", "-r", "/etc/ppp/peers"], check=True)
+    result = p.linkrig("ppp0", "start")
+    assert (result.returncode, result.stderr) == (
+        1, "linkrig: ppp0 start\nFailed to configure dialup: Failed to create peer "
+           "configuration file\n")
+    assert calls(p) == []
+
+
+@pytest.mark.parametrize("answer", ["CONNECT", "BUSY"])
+def test_real_pppd_dials_through_chat(make_player, answer):
+    p = make_player(ports=("eth0",))
+    p.makedirs("/var/volatile/etc")
+    p.start_registry({".omba2": {"dn": "0,555*1#", "di": "ATE0"}})
+    modem = p.start_modem(dial_answer=answer)
+    # pppd refuses to start when /dev/ppp does not open. This kernel has no
+    # PPP driver: a null device gets pppd as far as dialling, after which
+    # setting the PPP line discipline fails.
+    p.run(["mknod", "/dev/ppp", "c", "1", "3"], check=True)
+    assert p.linkrig("ppp0", "start").returncode == 0
+    dialled = {"command": "ATDT0,555*1#", "answer": answer}
+    wait_for(lambda: dialled in modem.transcript(), timeout=15, what="the modem to be dialled")
+    assert modem.transcript() == [{"command": "ATZ", "answer": "OK"},
+                                  {"command": "ATE0", "answer": "OK"}, dialled]
+    expected = ("Couldn't set tty to PPP discipline" if answer == "CONNECT"
+                else "Connect script failed")
+    wait_for(lambda: expected in p.kmsg(), timeout=10, what=expected)
+    assert p.linkrig("ppp0", "stop").returncode == 0
+    assert pppd_processes(p) == []
