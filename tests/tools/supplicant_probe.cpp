@@ -1,0 +1,180 @@
+// Runs supplicant client operations so that tests can drive the client from
+// outside. Each argument group is one operation; groups are separated by "--":
+//
+//   supplicant_probe get IFNAME | get-or-create IFNAME | state IFNAME
+//   supplicant_probe link-state IFNAME | has-networks IFNAME | remove-all IFNAME
+//   supplicant_probe set-blob IFNAME NAME HEX | scan IFNAME | scanning IFNAME
+//   supplicant_probe add-network IFNAME KEY=TYPE:VALUE... (TYPE s, i, u or ay in hex)
+//   supplicant_probe add-select-network IFNAME KEY=TYPE:VALUE...
+//   supplicant_probe bss IFNAME | signal IFNAME | current-network IFNAME
+//   supplicant_probe debug on|off
+//
+// Results go to standard output, one line each. A failure prints
+// "EXCEPTION <D-Bus error name or std>: <what>" and exits 2.
+
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <functional>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <dbus-c++/error.h>
+#include <fmt/format.h>
+
+#include "lib/hardware/hardware_config.h"
+#include "lib/platform/supplicant.h"
+
+namespace {
+
+using Args = std::vector<std::string>;
+
+std::vector<std::uint8_t> DecodeHex(const std::string& hex) {
+  if (hex.size() % 2 != 0) throw std::invalid_argument("odd number of hex digits: " + hex);
+  std::vector<std::uint8_t> bytes;
+  for (size_t i = 0; i < hex.size(); i += 2) {
+    bytes.push_back(static_cast<std::uint8_t>(std::stoul(hex.substr(i, 2), nullptr, 16)));
+  }
+  return bytes;
+}
+
+std::string Hex(const std::string& bytes) {
+  std::string text;
+  for (unsigned char c : bytes) text += fmt::format("{:02x}", c);
+  return text;
+}
+
+template <typename T>
+DBus::Variant MakeVariant(const T& value) {
+  DBus::Variant variant;
+  DBus::MessageIter writer = variant.writer();
+  writer << value;
+  return variant;
+}
+
+// KEY=TYPE:VALUE arguments from index 1 on.
+supplicant::PropertySet ParseProperties(const Args& args) {
+  supplicant::PropertySet properties;
+  for (size_t i = 1; i < args.size(); ++i) {
+    const size_t equals = args[i].find('=');
+    const size_t colon = args[i].find(':', equals);
+    if (equals == std::string::npos || colon == std::string::npos) {
+      throw std::invalid_argument("expected KEY=TYPE:VALUE: " + args[i]);
+    }
+    const std::string key = args[i].substr(0, equals);
+    const std::string type = args[i].substr(equals + 1, colon - equals - 1);
+    const std::string value = args[i].substr(colon + 1);
+    if (type == "s") {
+      properties[key] = MakeVariant(value);
+    } else if (type == "i") {
+      properties[key] = MakeVariant(static_cast<std::int32_t>(std::stol(value)));
+    } else if (type == "u") {
+      properties[key] = MakeVariant(static_cast<std::uint32_t>(std::stoul(value)));
+    } else if (type == "ay") {
+      properties[key] = MakeVariant(DecodeHex(value));
+    } else {
+      throw std::invalid_argument("unknown type " + type);
+    }
+  }
+  return properties;
+}
+
+std::string Describe(const supplicant::BssInfo& bss) {
+  return fmt::format("ssid={} bssid={} signal={} frequency={}", Hex(bss.ssid), bss.bssid,
+                     bss.signal, bss.frequency);
+}
+
+std::shared_ptr<supplicant::Interface> Find(const Args& args) {
+  if (args.empty()) throw std::invalid_argument("missing interface name");
+  return supplicant::Supplicant::Create()->GetInterface(args[0]);
+}
+
+void Print(const std::string& text) { std::printf("%s\n", text.c_str()); }
+
+const std::map<std::string, std::function<void(const Args&)>> kOperations = {
+    {"get", [](const Args& a) { Find(a); Print("ok"); }},
+    {"get-or-create",
+     [](const Args& a) {
+       supplicant::Supplicant::Create()->GetOrCreateInterface(a.at(0));
+       Print("ok");
+     }},
+    {"state", [](const Args& a) { Print(Find(a)->GetState()); }},
+    {"link-state",
+     [](const Args& a) { Print(std::to_string(supplicant::GetWifiLinkState(a.at(0)))); }},
+    {"has-networks", [](const Args& a) { Print(Find(a)->HasNetworks() ? "true" : "false"); }},
+    {"remove-all", [](const Args& a) { Find(a)->RemoveAllNetworks(); }},
+    {"set-blob", [](const Args& a) { Find(a)->SetBlob(a.at(1), DecodeHex(a.at(2))); }},
+    {"scan", [](const Args& a) { Find(a)->Scan(); }},
+    {"scanning", [](const Args& a) { Print(Find(a)->IsScanning() ? "true" : "false"); }},
+    {"add-network", [](const Args& a) { Find(a)->AddNetwork(ParseProperties(a)); }},
+    {"add-select-network", [](const Args& a) { Find(a)->AddAndSelectNetwork(ParseProperties(a)); }},
+    {"bss",
+     [](const Args& a) {
+       Find(a)->ForEachBSS([](const supplicant::BssInfo& bss) { Print(Describe(bss)); });
+     }},
+    {"signal",
+     [](const Args& a) {
+       const supplicant::SignalInfo info = Find(a)->GetSignalInfo();
+       Print(Describe(info.bss) + fmt::format(" rssi={}", info.rssi));
+     }},
+    {"current-network",
+     [](const Args& a) {
+       const auto network = Find(a)->GetCurrentNetwork();
+       if (!network) {
+         Print("none");
+         return;
+       }
+       for (const auto& entry : network->GetProperties()) {
+         Print(entry.first + "=" +
+               supplicant::LookupPropertyString(network->GetProperties(), entry.first));
+       }
+     }},
+    {"debug",
+     [](const Args& a) { supplicant::Supplicant::Create()->SetDebugLevel(a.at(0) == "on"); }},
+};
+
+int Run(const std::string& name, const Args& args) {
+  std::string kind;
+  std::string what;
+  try {
+    const auto operation = kOperations.find(name);
+    if (operation == kOperations.end()) throw std::invalid_argument("unknown operation " + name);
+    operation->second(args);
+    return 0;
+  } catch (const DBus::Error& e) {
+    kind = e.name() ? e.name() : "(null)";
+    what = e.what();
+  } catch (const std::exception& e) {
+    kind = "std";
+    what = e.what();
+  }
+  Print("EXCEPTION " + kind + ": " + what);
+  return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) {
+    std::fprintf(stderr, "usage: supplicant_probe OP [ARGS...] [-- OP [ARGS...]]...\n");
+    return 1;
+  }
+  corvo::HardwareConfig hardware;
+  std::vector<Args> groups(1);
+  for (int i = 1; i < argc; ++i) {
+    if (std::string(argv[i]) == "--") {
+      groups.emplace_back();
+    } else {
+      groups.back().push_back(argv[i]);
+    }
+  }
+  for (const Args& group : groups) {
+    if (group.empty()) continue;
+    const int status = Run(group[0], Args(group.begin() + 1, group.end()));
+    std::fflush(stdout);
+    if (status != 0) return status;
+  }
+  return 0;
+}

@@ -1,0 +1,304 @@
+"""The supplicant client (through supplicant_probe) inside a simulated player:
+against the real wpa_supplicant on a wired port where it can answer, and
+against the dbusmock double where it cannot (a wlan0 with nl80211, associated
+states, BSSs, wrong-typed replies, injected errors)."""
+
+import json
+import xml.etree.ElementTree as ET
+from pathlib import Path
+
+import dbus
+import pytest
+
+from player.fixtures import assert_no_leftovers
+from player.sandbox import Player
+from player.supplicant_double import SupplicantDouble
+
+SERVICE = "fi.w1.wpa_supplicant1"
+ROOT = "/fi/w1/wpa_supplicant1"
+IFACE = "fi.w1.wpa_supplicant1.Interface"
+HWVARS = {"VL_HWFLAGS": "0x10"}
+INVALID_ARGS = "EXCEPTION org.freedesktop.DBus.Error.InvalidArgs: "
+DESCRIPTIONS = Path(__file__).resolve().parents[2] / "lib" / "platform" / "dbus"
+
+
+def probe(p, binary, *args):
+    """Runs supplicant_probe in the player; returns (status, stdout, stderr)."""
+    result = p.run([binary, *args])
+    assert "Sanitizer" not in result.stderr and "runtime error" not in result.stderr, result.stderr
+    return result.returncode, result.stdout, result.stderr
+
+
+def get_property(p, path, interface, name):
+    out = p.run(["busctl", "--system", "--json=short", "get-property", SERVICE, path, interface,
+                 name], check=True).stdout
+    return json.loads(out)["data"]
+
+
+# --- the real daemon ---------------------------------------------------------------
+
+
+@pytest.fixture
+def real(make_player):
+    """A player whose bus has the real wpa_supplicant (no interfaces yet)."""
+    p = make_player(ports=("eth0",), hwvars=HWVARS)
+
+    def owned(_):
+        out = p.run(["busctl", "--system", "call", "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                     "org.freedesktop.DBus", "NameHasOwner", "s", SERVICE]).stdout
+        return out.strip() == "b true"
+
+    daemon = p.start_daemon("wpa_supplicant", ["wpa_supplicant", "-u"], ready=owned, timeout=10)
+    yield p
+    daemon.stop()
+
+
+def test_real_daemon_creates_the_interface_once_and_reads_its_state(real, supplicant_probe):
+    status, out, _ = probe(real, supplicant_probe, "get", "eth0")
+    assert (status, out) == (2, "EXCEPTION fi.w1.wpa_supplicant1.InterfaceUnknown: "
+                                "wpa_supplicant knows nothing about this interface.\n")
+    assert probe(real, supplicant_probe, "link-state", "eth0")[1] == "0\n"
+    # The daemon refuses a second CreateInterface (InterfaceExists): the second
+    # call must find the interface instead.
+    status, out, _ = probe(real, supplicant_probe, "get-or-create", "eth0", "--",
+                           "get-or-create", "eth0", "--", "state", "eth0", "--",
+                           "link-state", "eth0")
+    assert (status, out) == (0, "ok\nok\ndisconnected\n1\n")
+    paths = get_property(real, ROOT, SERVICE, "Interfaces")
+    assert len(paths) == 1
+    assert get_property(real, paths[0], IFACE, "Driver") == "wired"
+
+
+def test_real_daemon_replaces_blobs_and_removes_networks(real, supplicant_probe):
+    status, out, _ = probe(
+        real, supplicant_probe, "get-or-create", "eth0", "--",
+        "set-blob", "eth0", "ca", "0102", "--", "set-blob", "eth0", "ca", "0a0b0c", "--",
+        "add-network", "eth0", "ssid=s:lab", "scan_ssid=i:1", "psk=ay:" + "ab" * 32, "--",
+        "add-network", "eth0", "ssid=s:other", "--",
+        "has-networks", "eth0", "--", "remove-all", "eth0", "--", "has-networks", "eth0")
+    assert (status, out) == (0, "ok\ntrue\nfalse\n")
+    path = get_property(real, ROOT, SERVICE, "Interfaces")[0]
+    assert get_property(real, path, IFACE, "Blobs") == {"ca": [10, 11, 12]}
+    assert get_property(real, path, IFACE, "Networks") == []
+    # Selecting an open network on a wired port completes at once: a station.
+    status, out, _ = probe(real, supplicant_probe, "add-select-network", "eth0",
+                           "key_mgmt=s:NONE", "--", "state", "eth0", "--", "link-state", "eth0")
+    assert (status, out) == (0, "completed\n3\n")
+
+
+def members(xml, interface):
+    """{(kind, name): [(arg or property attributes)]} of one interface in introspection data."""
+    node = ET.fromstring(xml[xml.index("<node"):])
+    found, = [i for i in node.findall("interface") if i.get("name") == interface]
+    return {(e.tag, e.get("name")): [sorted(a.attrib.items()) for a in e.findall("arg")]
+            or sorted(e.attrib.items()) for e in found}
+
+
+def test_committed_descriptions_are_the_daemons_own(real, supplicant_probe):
+    status, _, _ = probe(real, supplicant_probe, "get-or-create", "eth0", "--",
+                         "add-network", "eth0", "ssid=s:lab")
+    assert status == 0
+
+    def introspect(path):
+        return real.run(["busctl", "--system", "call", SERVICE, path,
+                         "org.freedesktop.DBus.Introspectable", "Introspect", "--json=short"],
+                        check=True).stdout
+
+    live = {
+        "wpa_supplicant.xml": (ROOT, SERVICE),
+        "wpa_supplicant_interface.xml": (ROOT + "/Interfaces/0", IFACE),
+        "wpa_supplicant_network.xml": (ROOT + "/Interfaces/0/Networks/0", SERVICE + ".Network"),
+    }
+    for name, (path, interface) in live.items():
+        daemon = json.loads(introspect(path))["data"][0]
+        assert members((DESCRIPTIONS / name).read_text(), interface) == members(daemon, interface)
+
+
+def test_no_daemon_is_no_interface(make_player, supplicant_probe):
+    p = make_player(ports=("eth0",), hwvars=HWVARS)
+    assert probe(p, supplicant_probe, "link-state", "eth0")[:2] == (0, "0\n")
+    status, out, _ = probe(p, supplicant_probe, "get", "eth0")
+    assert status == 2 and out.startswith("EXCEPTION org.freedesktop.DBus.Error.ServiceUnknown: ")
+
+
+# --- the double --------------------------------------------------------------------
+
+
+@pytest.fixture(scope="module")
+def world():
+    """One player with eth0 and wlan0 and the double managing wlan0."""
+    p = Player(ports=("eth0", "wlan0"), hwvars=HWVARS).start()
+    try:
+        p.start_registry({})
+        with SupplicantDouble(p, interfaces=("wlan0",)) as double:
+            yield p, double
+    finally:
+        p.close()
+        assert_no_leftovers([p])
+
+
+@pytest.fixture
+def double(world):
+    world[1].clear_failures()
+    world[1].clear_calls()
+    return world[1]
+
+
+@pytest.fixture
+def run(world, supplicant_probe):
+    return lambda *args: probe(world[0], supplicant_probe, *args)
+
+
+def test_known_interface_makes_no_create_call(double, run):
+    assert run("get-or-create", "wlan0")[:2] == (0, "ok\n")
+    assert double.members() == ["GetInterface"]
+
+
+@pytest.mark.parametrize("hwflags, ifname, driver", [
+    ("0x10", "eth0", "wired"),
+    ("0x10", "wlan0", "nl80211"),
+    ("0x0", "eth0", "nl80211"),  # no Ethernet on this hardware: eth0 is not its wired port
+])
+def test_unknown_interface_is_created_exactly_once(make_player, supplicant_probe, hwflags,
+                                                   ifname, driver):
+    p = make_player(ports=("eth0", "wlan0"), hwvars={"VL_HWFLAGS": hwflags})
+    with SupplicantDouble(p) as double:
+        assert probe(p, supplicant_probe, "get-or-create", ifname)[:2] == (0, "ok\n")
+        creates = double.calls("CreateInterface")
+        assert double.members() == ["GetInterface", "CreateInterface"]
+        assert creates[0].signature == "a{sv}"
+        assert creates[0].typed() == [{"Driver": ("s", driver), "Ifname": ("s", ifname)}]
+
+
+def test_other_lookup_errors_pass_through(double, run):
+    double.fail("GetInterface", "fi.w1.wpa_supplicant1.UnknownError", "lookup broke")
+    assert run("get-or-create", "eth0")[:2] == (
+        2, "EXCEPTION fi.w1.wpa_supplicant1.UnknownError: lookup broke\n")
+    assert double.members() == ["GetInterface"]
+
+
+def test_set_blob_ignores_only_an_unknown_blob(double, run):
+    assert run("set-blob", "wlan0", "client", "00ff10")[0] == 0
+    calls = [c for c in double.calls() if c.member in ("RemoveBlob", "AddBlob")]
+    assert [(c.member, c.signature, c.typed()) for c in calls] == [
+        ("RemoveBlob", "s", [("s", "client")]),
+        ("AddBlob", "say", [("s", "client"), ("ay", b"\x00\xff\x10")]),
+    ]
+    double.fail("RemoveBlob", "fi.w1.wpa_supplicant1.UnknownError", "no removal")
+    assert run("set-blob", "wlan0", "client", "01")[:2] == (
+        2, "EXCEPTION fi.w1.wpa_supplicant1.UnknownError: no removal\n")
+    assert [c.member for c in double.calls()].count("AddBlob") == 1
+
+
+def test_network_properties_keep_their_types_and_order(double, run):
+    assert run("add-select-network", "wlan0", "ssid=s:lab", "priority=i:-3", "id_str=u:7",
+               "psk=ay:00ff", "--", "remove-all", "wlan0")[0] == 0
+    add, = double.calls("AddNetwork")
+    select, = double.calls("SelectNetwork")
+    assert add.signature == "a{sv}"
+    assert list(add.typed()[0].items()) == [
+        ("id_str", ("u", 7)), ("priority", ("i", -3)), ("psk", ("ay", b"\x00\xff")),
+        ("ssid", ("s", "lab"))]
+    assert select.typed() == [("o", add.path + "/Networks/0")]
+    removed = double.calls("RemoveNetwork")
+    assert [c.typed() for c in removed] == [[("o", add.path + "/Networks/0")]]
+
+
+@pytest.mark.parametrize("state, network, level", [
+    ("disconnected", None, "1"), ("inactive", None, "1"), ("unknown", None, "1"),
+    ("scanning", None, "1"), ("associating", None, "2"), ("4way_handshake", None, "2"),
+    ("completed", None, "3"), ("completed", {"mode": "2"}, "4"),
+    ("completed", {"mode": "0"}, "3"), ("completed", {"ssid": '"lab"'}, "3"),
+    (dbus.Int32(5), None, "2"),  # a state that cannot be read is "connecting"
+])
+def test_link_state_classification(double, run, state, network, level):
+    double.set_state("wlan0", state)
+    double.set_current_network("wlan0", network)
+    assert run("link-state", "wlan0")[:2] == (0, level + "\n")
+
+
+def test_unreadable_state_and_network(double, run):
+    double.set_state("wlan0", dbus.Int32(5))
+    assert run("state", "wlan0")[1] == "EXCEPTION: type mismatch\n"
+    assert run("link-state", "wlan9")[1] == "0\n"
+    double.set_state("wlan0", "completed")
+    double.set_current_network("wlan0", {"mode": "2"})
+    double.fail("Get:Properties", "fi.w1.wpa_supplicant1.UnknownError")
+    assert run("link-state", "wlan0")[1] == "3\n"
+
+
+def test_bss_reading(double, run):
+    path = double.interface_path("wlan0")
+    double.set_property(path, IFACE, "BSSs", dbus.Array([], signature="o"))
+    double.add_bss("wlan0", ssid=b"lab\x00\xff", bssid=bytes.fromhex("0011aabbccdd"), signal=-61,
+                   frequency=5180, current=True)
+    double.add_bss("wlan0", ssid=b"", bssid=b"", signal=-90, frequency=2412)
+    status, out, err = run("bss", "wlan0", "--", "signal", "wlan0")
+    assert (status, err) == (0, "")
+    assert out.splitlines() == [
+        "ssid=6c616200ff bssid=00:11:aa:bb:cc:dd signal=-61 frequency=5180",
+        "ssid= bssid= signal=-90 frequency=2412",
+        "ssid=6c616200ff bssid=00:11:aa:bb:cc:dd signal=-61 frequency=5180 rssi=-50",
+    ]
+    # "/" is no BSS: nothing is read for it.
+    double.set_property(path, IFACE, "BSSs", dbus.Array(["/"], signature="o"))
+    double.set_property(path, IFACE, "CurrentBSS", dbus.ObjectPath("/"))
+    double.clear_calls()
+    assert run("bss", "wlan0", "--", "signal", "wlan0")[1] == (
+        "ssid= bssid= signal=0 frequency=0 rssi=-50\n")
+    assert all(c.path in (ROOT, path) for c in double.calls())
+
+
+@pytest.mark.parametrize("op, prop, value, expected", [
+    ("bss", "SSID", dbus.String("lab"), INVALID_ARGS + "byte-array expected\n"),
+    ("bss", "BSSID", dbus.Array([1, 2], signature="i"), INVALID_ARGS + "byte-array expected\n"),
+    ("bss", "BSSs", dbus.String("/x"), INVALID_ARGS + "array expected\n"),
+    ("current-network", "Properties", dbus.String("x"),
+     INVALID_ARGS + "dictionary value expected\n"),
+])
+def test_wrong_typed_replies(double, run, op, prop, value, expected):
+    path = double.interface_path("wlan0")
+    double.set_property(path, IFACE, "BSSs", dbus.Array([], signature="o"))
+    if prop == "Properties":
+        network = double.set_current_network("wlan0", {"mode": "2"})
+        double.set_property(network, "fi.w1.wpa_supplicant1.Network", prop, value)
+    elif prop == "BSSs":
+        double.set_property(path, IFACE, prop, value)
+    else:
+        bss = double.add_bss("wlan0")
+        double.set_property(bss, "fi.w1.wpa_supplicant1.BSS", prop, value)
+    assert run(op, "wlan0")[:2] == (2, expected)
+
+
+def test_signal_errors_are_logged_not_thrown(double, run):
+    path = double.interface_path("wlan0")
+    double.set_method(path, IFACE, "SignalPoll", "", "a{sv}",
+                      "ret = dbus.Dictionary({'linkspeed': dbus.Int32(54)}, signature='sv')")
+    status, out, err = run("signal", "wlan0")
+    assert (status, err) == (0, "CAUGHT EXCEPTION: map::at\n")
+
+
+def test_scan_and_debug_level(double, run):
+    assert run("scan", "wlan0", "--", "scanning", "wlan0", "--", "debug", "on", "--",
+               "debug", "off")[:2] == (0, "false\n")
+    scan, = double.calls("Scan")
+    assert scan.typed() == [{"Type": ("s", "active")}]
+    assert [c.typed() for c in double.calls("Set")] == [
+        [("s", "fi.w1.wpa_supplicant1"), ("s", "DebugLevel"), ("s", level)]
+        for level in ("debug", "warning")]
+
+
+@pytest.mark.parametrize("state, network, led", [
+    ("scanning", None, {"trigger": "timer", "brightness": "255", "delay_on": "100",
+                        "delay_off": "900"}),
+    ("completed", None, {"trigger": "timer", "brightness": "255", "delay_on": "500",
+                         "delay_off": "500"}),
+    ("completed", {"mode": "2"}, {"trigger": "none", "brightness": "255"}),
+])
+def test_wireless_led_follows_the_supplicant(world, double, linkrig_binary, state, network, led):
+    p = world[0]
+    double.set_state("wlan0", state)
+    double.set_current_network("wlan0", network)
+    result = p.linkrig("wlan0", "update")
+    assert result.returncode == 0, result.stderr
+    assert p.led("wifi") == led
