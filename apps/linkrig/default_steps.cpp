@@ -2,7 +2,11 @@
 
 #include <stdexcept>
 
+#include "apps/steps/dialup.h"
 #include "apps/steps/host_forwarding.h"
+#include "apps/steps/interface_configuration.h"
+#include "apps/steps/shaper.h"
+#include "apps/steps/wifi_bringup.h"
 #include "lib/hardware/led_status.h"
 #include "lib/hardware/link_check.h"
 #include "lib/platform/network_ports.h"
@@ -10,42 +14,40 @@
 
 namespace corvo {
 
-namespace {
-
-// Steps this build does not carry yet fail loudly rather than pretend to succeed.
-[[noreturn]] void NotAvailable(const char* step) {
-  throw std::runtime_error(std::string(step) + " is not available in this build");
-}
-
-}  // namespace
-
 std::unique_ptr<InterfaceReader> DefaultSteps::MakeReader(const std::string& ifname) {
   return std::make_unique<InterfaceReader>(ifname);
 }
 
-int DefaultSteps::ModemStartCheck(const std::string&) { NotAvailable("Dial-up"); }
+int DefaultSteps::ModemStartCheck(const std::string& ifname) {
+  return corvo::ModemStartCheck(ifname);
+}
 
-int DefaultSteps::ConfigureDialup(const std::string&, int) { NotAvailable("Dial-up"); }
+int DefaultSteps::ConfigureDialup(const std::string& ifname, int action) {
+  return corvo::ConfigureDialup(ifname, action);
+}
 
 void DefaultSteps::ConfigureHostForwarding(bool apply) { corvo::ConfigureHostForwarding(apply); }
 
-void DefaultSteps::InitialiseWifi(LedNetworkStatusObserver*, const InterfaceReader&,
-                                  const std::string&) {
-  NotAvailable("InitialiseWifi");
+void DefaultSteps::InitialiseWifi(LedNetworkStatusObserver* observer,
+                                  const InterfaceReader& reader, const std::string& ifname) {
+  corvo::InitialiseWifi(observer, reader, ifname, DefaultWifiBringupContext());
 }
 
-void DefaultSteps::ConfigureWifiOrDot1x(LedNetworkStatusObserver*, const InterfaceReader&,
-                                        const std::string&) {
-  NotAvailable("ConfigureWifiOrDot1x");
+void DefaultSteps::ConfigureWifiOrDot1x(LedNetworkStatusObserver* observer,
+                                        const InterfaceReader& reader, const std::string& ifname) {
+  // A join that cannot be started has been reported; the addressing still runs.
+  corvo::ConfigureWifiOrDot1x(observer, reader, ifname, DefaultWifiBringupContext());
 }
 
-void DefaultSteps::ConfigureInterface(LedNetworkStatusObserver*, const InterfaceReader&,
-                                      const std::string&, bool) {
-  NotAvailable("ConfigureInterface");
+void DefaultSteps::ConfigureInterface(LedNetworkStatusObserver* observer,
+                                      const InterfaceReader& reader, const std::string& ifname,
+                                      bool start) {
+  corvo::ConfigureInterface(observer, reader, ifname.c_str(), start);
 }
 
-void DefaultSteps::ConfigureShaper(const InterfaceReader&, const std::string&, bool) {
-  NotAvailable("ConfigureShaper");
+void DefaultSteps::ConfigureShaper(const InterfaceReader& reader, const std::string& ifname,
+                                   bool add) {
+  corvo::ConfigureShaper(reader, ifname.c_str(), add);
 }
 
 bool DefaultSteps::CheckLink(const std::string& ifname) { return corvo::CheckLinkAction(ifname); }

@@ -1,0 +1,114 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "lib/platform/x509_identity.h"
+#include "tests/unit/test_certificates.h"
+
+namespace {
+
+using corvo::test::CertificateFactory;
+
+class X509Identity : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { s_certs = std::make_unique<CertificateFactory>(); }
+  static void TearDownTestSuite() { s_certs.reset(); }
+  static std::unique_ptr<CertificateFactory> s_certs;
+};
+
+std::unique_ptr<CertificateFactory> X509Identity::s_certs;
+
+struct CertificateCase {
+  const char* name;
+  const char* lines;
+  const char* identity;
+  const char* log;
+};
+
+class CertificateIdentity : public X509Identity,
+                            public ::testing::WithParamInterface<CertificateCase> {};
+
+TEST_P(CertificateIdentity, ReadsIdentityAndActivationFromDerAndPem) {
+  const CertificateCase& c = GetParam();
+  s_certs->Client(c.name, c.lines);
+  for (const char* form : {".der", ".pem"}) {
+    corvo::CertificateIdentity result;
+    testing::internal::CaptureStderr();
+    const bool read = corvo::ReadCertificateIdentity(
+        "eth0", s_certs->Contents(std::string(c.name) + form), result);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), c.log) << form;
+    EXPECT_EQ(read, *c.identity != '\0') << form;
+    EXPECT_EQ(result.identity, c.identity) << form;
+    EXPECT_EQ(result.activation, CertificateFactory::kActivation) << form;
+  }
+}
+
+const char kCn[] = "eth0: Using identity from Common Name client-cn\n";
+
+INSTANTIATE_TEST_SUITE_P(
+    Names, CertificateIdentity,
+    ::testing::Values(
+        CertificateCase{"email", "cn = \"client-cn\"\nemail = \"user@example.org\"\n",
+                        "user@example.org", "Using identity from subjectAltName user@example.org\n"},
+        CertificateCase{"dns", "cn = \"client-cn\"\ndns_name = \"host.example.org\"\n",
+                        "host.example.org", "Using identity from subjectAltName host.example.org\n"},
+        CertificateCase{"ip_then_email",
+                        "cn = \"client-cn\"\nip_address = \"10.1.2.3\"\nemail = \"a@b.example\"\n",
+                        "a@b.example", "Using identity from subjectAltName a@b.example\n"},
+        CertificateCase{"ip_only", "cn = \"client-cn\"\nip_address = \"10.1.2.3\"\n", "client-cn",
+                        kCn},
+        CertificateCase{"common_name", "cn = \"client-cn\"\n", "client-cn", kCn},
+        CertificateCase{"no_name", "organization = \"Org\"\n", "", ""}),
+    [](const ::testing::TestParamInfo<CertificateCase>& param_info) {
+      return std::string(param_info.param.name);
+    });
+
+TEST_F(X509Identity, Pkcs12BagsAreDecryptedWithThePassword) {
+  s_certs->Client("p12", "cn = \"client-cn\"\nemail = \"user@example.org\"\n");
+  const std::string p12 = s_certs->Pkcs12("p12", "s3cret", "-certfile ca.pem");
+  corvo::CertificateIdentity result;
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(corvo::ReadPkcs12Identity("wlan0", p12, "s3cret", result));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "wlan0: PKCS#12: Bag 0 decrypted\n"
+            "wlan0: PKCS#12: certificate read\n"
+            "Using identity from subjectAltName user@example.org\n");
+  EXPECT_EQ(result.identity, "user@example.org");
+  EXPECT_EQ(result.activation, CertificateFactory::kActivation);
+
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(corvo::ReadPkcs12Identity("wlan0", p12, "Pw-7734", result));
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(log.rfind("wlan0: PKCS#12: Bag 0 decrypted\n"
+                      "  -- which is still encrypted (wrong password?)\n", 0), 0u) << log;
+  EXPECT_EQ(log.find("Pw-7734"), std::string::npos);
+  EXPECT_EQ(result.identity, "");
+  EXPECT_EQ(result.activation, 0);
+}
+
+TEST_F(X509Identity, Pkcs12CertificateWithoutKeyIdIsSkipped) {
+  const std::string p12 = s_certs->Pkcs12("ca", "x", "-nokeys");
+  corvo::CertificateIdentity result;
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(corvo::ReadPkcs12Identity("eth0", p12, "x", result));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "eth0: PKCS#12: Bag 0 decrypted\n"
+            "eth0: PKCS#12: no key ID, skipping\n");
+}
+
+TEST_F(X509Identity, BrokenInputReadsNothing) {
+  const std::string pem = s_certs->Contents("ca.pem");
+  for (const std::string& bytes : {std::string(), std::string("garbage"),
+                                   std::string(4096, '\xff'), pem.substr(0, pem.size() / 2),
+                                   std::string("\x30\x82\xff\xff", 4)}) {
+    corvo::CertificateIdentity result;
+    EXPECT_FALSE(corvo::ReadCertificateIdentity("eth0", bytes, result));
+    EXPECT_EQ(result.activation, 0);
+    EXPECT_FALSE(corvo::ReadPkcs12Identity("eth0", bytes, "x", result));
+  }
+  corvo::CertificateIdentity result;
+  EXPECT_FALSE(corvo::ReadPkcs12Identity("eth0", pem, "x", result));  // not PKCS#12
+}
+
+}  // namespace
