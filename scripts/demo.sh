@@ -4,4 +4,4 @@ source "$(dirname "$0")/common.sh"
 
 configure_and_build "$BUILD/release" -DCMAKE_BUILD_TYPE=RelWithDebInfo
 cd "$ROOT"
-LINKRIG_BUILD_DIR="$BUILD/release" PYTHONDONTWRITEBYTECODE=1 exec /usr/bin/python3 -m tests.player.demo
+LINKRIG_BUILD_DIR="$BUILD/release" PYTHONDONTWRITEBYTECODE=1 exec /usr/bin/python3 tools/player/demo.py

@@ -1,7 +1,8 @@
 import sys
 from pathlib import Path
 
-# The harness package lives beside this directory (tests/player).
-sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+# The simulated player lives in tools/, the test doubles in tests/support.
+ROOT = Path(__file__).resolve().parents[2]
+sys.path[:0] = [str(ROOT / "tools"), str(ROOT / "tests" / "support")]
 
 from player.fixtures import linkrig_binary, make_player, player, pytest_configure  # noqa: E402,F401

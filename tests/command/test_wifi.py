@@ -7,7 +7,7 @@ import subprocess
 import dbus
 import pytest
 
-from player.supplicant_double import BUS_NAME, INTERFACE_IFACE, SupplicantDouble
+from supplicant_double import BUS_NAME, INTERFACE_IFACE, SupplicantDouble
 
 pytestmark = [pytest.mark.usefixtures("linkrig_binary"),
               pytest.mark.player(ports=("eth0", "wlan0"), hwvars={"VL_HWFLAGS": "0x10"})]

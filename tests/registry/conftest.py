@@ -16,7 +16,7 @@ import pytest
 REPO = Path(__file__).resolve().parents[2]
 BUILD = Path(os.environ.get("LINKRIG_BUILD_DIR", REPO / "build"))
 PROBE = BUILD / "tests" / "registry_probe"
-SERVICE = REPO / "tests" / "player" / "registry_service.py"
+SERVICE = REPO / "tools" / "player" / "registry_service.py"
 LSAN_SUPPRESSIONS = REPO / "tests" / "sanitizer" / "lsan.supp"
 PYTHON = "/usr/bin/python3"
 

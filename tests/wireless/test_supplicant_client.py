@@ -12,7 +12,7 @@ import pytest
 
 from player.fixtures import assert_no_leftovers
 from player.sandbox import Player
-from player.supplicant_double import SupplicantDouble
+from supplicant_double import SupplicantDouble
 
 SERVICE = "fi.w1.wpa_supplicant1"
 ROOT = "/fi/w1/wpa_supplicant1"

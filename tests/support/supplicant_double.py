@@ -6,7 +6,7 @@ wrong-typed replies and injected errors.
 This file is both the dbusmock template (run inside the player) and the test
 side's handle on it:
 
-    from player.supplicant_double import SupplicantDouble
+    from supplicant_double import SupplicantDouble
 
     with SupplicantDouble(p, interfaces=("wlan0",)) as double:   # p: a Player
         wlan0 = double.interface_path("wlan0")

@@ -1,13 +1,14 @@
 #!/usr/bin/python3
 """Shows linkrig at work in a simulated player, step by step.
 
-    sudo /usr/bin/python3 tests/player/demo.py [--build-dir DIR]
+    sudo /usr/bin/python3 tools/player/demo.py [--build-dir DIR]
 
 Builds nothing: it runs DIR/apps/linkrig/linkrig (default: $LINKRIG_BUILD_DIR,
 else /work/main/build).  Needs root (namespaces); leaves nothing behind.
 """
 
 import argparse
+import json
 import os
 import shlex
 import sys
@@ -16,7 +17,15 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 
-from player import Player, linkrig_path  # noqa: E402
+from player import Player, linkrig_path, wait_for  # noqa: E402
+
+SAMPLE_SETTINGS = {
+    ".omba": {"hn": "velmora-demo", "forwarding": "2", "mtu": "578", "ci": "demo-client"},
+    "networking": {},
+}
+LAN_DHCP = ("interface peer-eth0\nstart 192.168.50.100\nend 192.168.50.150\n"
+            "pidfile /run/player/lan-udhcpd.pid\nlease_file /run/player/lan.leases\n"
+            "option subnet 255.255.255.0\noption router 192.168.50.1\noption dns 192.168.50.1\n")
 
 
 def heading(text):
@@ -84,6 +93,63 @@ def scene_link_check():
             print("  /dev/kmsg:\n" + "".join(f"    {line}" for line in kmsg.splitlines(True)))
 
 
+def show(player, title, argv):
+    print(f"  {title}:")
+    for line in player.run(argv).stdout.strip().splitlines() or ["(none)"]:
+        print(f"    {line}")
+
+
+def show_state(player):
+    show(player, "eth0 addresses", ["ip", "-4", "-br", "addr", "show", "eth0"])
+    show(player, "routes", ["ip", "-4", "route"])
+    show(player, "DHCP daemons", ["sh", "-c", "pgrep -o -a -x dhcpcd; pgrep -o -a -x udhcpd"])
+    show(player, "NAT rules", ["sh", "-c", "iptables-save -t nat | grep -- '^-A' || true"])
+    # Read from inside: the forwarding switch belongs to the player's network namespace.
+    forwarding = player.run(["cat", "/proc/sys/net/ipv4/ip_forward"]).stdout.strip()
+    print(f"  ip_forward: {forwarding}"
+          f"   host name: {player.hostname()}")
+    show_leds(player)
+
+
+def scene_wired_cycle():
+    heading("A wired start: the real dhcpcd gets a lease from a DHCP server on the far end")
+    hwvars = {"VL_HWFLAGS": "0x10", "VL_FORMAT": "1", "VL_SERIAL": "D3M0042",
+              "VL_OEM_ID": "Velmora", "VL_OEM_MODEL": "Demo"}
+    with Player(ports=("eth0",), hwvars=hwvars) as player:
+        player.start_registry(SAMPLE_SETTINGS)
+        print("  stored settings (development registry on the player's system bus):")
+        print("    " + json.dumps(SAMPLE_SETTINGS))
+        # Address probing by ARP would add five seconds to each lease; nothing else is on this wire.
+        player.write_file("/etc/dhcpcd.conf", "noarp\n", append=True)
+        player.lan.run(["ip", "addr", "add", "192.168.50.1/24", "dev", "peer-eth0"], check=True)
+        player.write_file("/run/player/lan-udhcpd.conf", LAN_DHCP)
+        player.lan.start_daemon("lan-udhcpd", ["busybox", "udhcpd", "-f",
+                                               "/run/player/lan-udhcpd.conf"])
+        print("  far end: peer-eth0 192.168.50.1/24 serving 192.168.50.100-150")
+        show_leds(player)
+
+        linkrig(player, "eth0", "start")
+        def leased():
+            return "192.168.50.1" in player.run(["ip", "-4", "addr", "show", "eth0"]).stdout
+        wait_for(leased, timeout=20, what="a lease on eth0")
+        print("  (lease received)")
+        show_state(player)
+
+        heading("The lease's hot-plug event: update refreshes the LED and masquerades eth0")
+        linkrig(player, "eth0", "update")
+        show_state(player)
+
+        heading("linkrig host start: host name, forwarding and NAT from the stored settings")
+        linkrig(player, "host", "start")
+        show_state(player)
+
+        heading("linkrig eth0 stop: the client goes, forwarding and NAT are reset")
+        linkrig(player, "eth0", "stop")
+        wait_for(lambda: not player.run(["pgrep", "-x", "dhcpcd"]).stdout, timeout=10,
+                 what="dhcpcd to end")
+        show_state(player)
+
+
 def scene_no_ethernet():
     heading("A player whose hardware has no Ethernet (VL_HWFLAGS=0)")
     with Player(ports=("eth0",), hwvars={"VL_HWFLAGS": "0"}) as player:
@@ -104,6 +170,7 @@ def main():
         sys.exit("the simulated player needs root")
     print(f"linkrig under test: {linkrig_path()}")
     scene_link_check()
+    scene_wired_cycle()
     scene_no_ethernet()
     print("\nAll players closed; nothing of them is left running.")
 
