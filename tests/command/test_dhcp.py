@@ -1,6 +1,6 @@
 """The DHCP client (the real dhcpcd) and server (the real busybox udhcpd) of a
-wired port, against a far end on the lan; recording stand-ins for the exact
-argument vectors and for a missing program.
+wired port, against a far end on the lan; recording stand-ins where only the
+calls matter and for a missing program.
 
 eth1 stands for an ordinary wired port: its start runs no wired 802.1X step."""
 
@@ -70,23 +70,15 @@ def test_dynamic_lease_from_the_far_end(player, ifname):
     server.stop()
 
 
-def test_static_configuration_applied_by_dhcpcd(player):
+def test_static_configuration_and_served_lease(player):
     player.start_registry({".omba": {"hn": "player"},
-                           ".net.eth1": dict(STATIC, gw="c0a83cfe", mtu="578")})
-    start(player, "eth1")
-    wait_for(lambda: address(player, "eth1", r"inet 192\.168\.60\.1/24 "), timeout=15,
-             what="the static address")
-    routes = player.run(["ip", "-4", "route"], check=True).stdout
-    assert re.search(r"default via 192\.168\.60\.254 dev eth1 .*mtu 1400", routes), routes
-    assert_stops_everything(player, "eth1")
-
-
-def test_served_lease_reaches_a_client_on_the_far_end(player):
-    player.start_registry({".omba": {"hn": "player"}, ".net.eth1": dict(STATIC, **SERVER)})
+                           ".net.eth1": dict(STATIC, gw="c0a83cfe", mtu="578", **SERVER)})
     result = start(player, "eth1")
     assert "Starting DHCP server for 'eth1'\n" in result.stderr
     # The server waited until dhcpcd had given the port its address.
     assert address(player, "eth1", r"inet 192\.168\.60\.1/24 ")
+    routes = player.run(["ip", "-4", "route"], check=True).stdout
+    assert re.search(r"default via 192\.168\.60\.254 dev eth1 .*mtu 1400", routes), routes
     server = player.run(["pgrep", "-a", "-x", "udhcpd"]).stdout.split("\n")[0].split(" ")
     assert server == [player.read_file("/var/run/udhcpd-eth1.pid").strip(), "/sbin/udhcpd",
                       "/var/run/udhcpd-eth1.conf"]
@@ -97,21 +89,6 @@ def test_served_lease_reaches_a_client_on_the_far_end(player):
     assert re.search(r"lease of 192\.168\.60\.1(0\d|10) obtained from 192\.168\.60\.1,",
                      client.stderr), client.stderr
     assert_stops_everything(player, "eth1")
-
-
-def test_argument_vectors(player):
-    player.start_registry({".omba": {"hn": "player", "ip": "c0a8010a", "nm": "ffffff00"},
-                           ".net.eth1": {"ip": "c0a8010a", "nm": "ffffff00", "gw": "c0a80101",
-                                         "mtu": "578"}})
-    dhcpcd = player.replace_program("/sbin/dhcpcd")
-    assert player.linkrig("eth0", "stop").returncode == 0
-    start(player, "eth1")
-    assert dhcpcd.calls() == [
-        HEAD + ["-x", "eth0"],
-        HEAD + ["-x", "eth1"],
-        HEAD + ["-Sip_address=192.168.1.10", "-Ssubnet_mask=255.255.255.0",
-                "-Srouters=192.168.1.1", "-Sinterface_mtu=1400", "eth1"],
-    ]
 
 
 def test_missing_programs_give_exit_code_127(player):
@@ -128,16 +105,13 @@ def test_missing_programs_give_exit_code_127(player):
         in player.kmsg()
 
 
-def test_malformed_static_configuration_then_fixed(player):
+def test_malformed_static_configuration(player):
     player.start_registry({".omba": {"hn": "player"}, ".net.eth1": {"ip": "c0a83c01"}})
     dhcpcd = player.replace_program("/sbin/dhcpcd")
     result = player.linkrig("eth1", "start")
     assert (result.returncode, result.stderr.splitlines()[-1]) == (
         2, "linkrig: EXCEPTION: Invalid static IP configuration")
-    player.set_setting(".net.eth1", "nm", "ffffff00")
-    start(player, "eth1")
-    assert dhcpcd.calls()[-1] == HEAD + ["-Sip_address=192.168.60.1",
-                                         "-Ssubnet_mask=255.255.255.0", "eth1"]
+    assert all("-x" in call for call in dhcpcd.calls())  # no client started
 
 
 @pytest.mark.player(ports=("eth0", "wlan0"))

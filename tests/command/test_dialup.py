@@ -84,27 +84,15 @@ def dial_up_player(make_player, settings, ports=("eth0",), modem=True):
     return p
 
 
-@pytest.mark.parametrize("settings, chat, peer, error", [
-    ({"dn": "0,555*1#", "du": "me", "dp": "pw"}, ["OK ATDT0,555*1#"], ("me", "pw"), None),
-    ({"dn": "555-1234"}, None, None, "Dialup number contains invalid character"),
-    ({"dn": "1", "dp": "it's"}, None, None, "Dialup password contains invalid character"),
-    ({"dn": "1", "dp": 'say "hi" now'}, ["OK ATDT1"], ("", 'say "hi" now'), None),
-    ({"dn": "1", "di": 'AT"\\Q'}, ['OK "AT\\042\\134Q"', "OK ATDT1"], ("", ""), None),
-], ids=["number-accepted", "number-rejected", "apostrophe", "quote-and-space", "init-escaped"])
-def test_configuration_files(make_player, settings, chat, peer, error):
-    p = dial_up_player(make_player, settings)
+# The texts of each setting are the unit tests' work: here the real files and
+# their modes.
+def test_configuration_files(make_player):
+    p = dial_up_player(make_player, {"dn": "0,555*1#", "du": "me", "dp": "pw", "di": 'AT"\\Q'})
     result = p.linkrig("ppp0", "start")
-    if error:
-        assert (result.returncode, result.stderr) == (
-            1, f"linkrig: ppp0 start\nFailed to configure dialup: {error}\n")
-        assert not p.exists(CHAT) and not p.exists(PEER)
-        assert calls(p) == []
-        return
     assert (result.returncode, result.stderr) == (0, "linkrig: ppp0 start\n")
-    chat_lines = p.read_file(CHAT).split("\n")
-    assert chat_lines == CHAT_HEAD + chat + ['CONNECT ""', ""]
-    assert len(chat_lines) - 1 == (10 if settings.get("di") else 9)
-    assert p.read_file(PEER) == peer_text(*peer)
+    assert p.read_file(CHAT).split("\n") == CHAT_HEAD + [
+        'OK "AT\\042\\134Q"', "OK ATDT0,555*1#", 'CONNECT ""', ""]
+    assert p.read_file(PEER) == peer_text("me", "pw")
     for path in (CHAT, PEER):
         assert p.run(["stat", "-c", "%a", path], check=True).stdout == "600\n"
     wait_for(lambda: calls(p), what="pppd to start")

@@ -41,14 +41,6 @@ def test_vlan_list(player, vlans, failures, parent_up):
     assert player.link_state("eth1")["up"] == parent_up
 
 
-def test_non_numeric_vlan_fails_the_command(player):
-    dhcpcd = prepare(player, "12,x")
-    result = player.linkrig("eth1", "start")
-    assert (result.returncode, result.stderr) == (2, "linkrig: eth1 start\nlinkrig: EXCEPTION: stoi\n")
-    assert dhcpcd.calls() == []
-    assert forwarding(player) == "0"
-
-
 def test_unknown_interface(player):
     prepare(player, "")
     result = player.linkrig("eth7", "stop")

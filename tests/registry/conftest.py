@@ -72,9 +72,6 @@ class Bus:
             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
         self.address = read_line(self.daemon)
 
-    def connect(self):
-        return dbus.bus.BusConnection(self.address)
-
     def close(self):
         stop(self.daemon)
         shutil.rmtree(self.directory, ignore_errors=True)
@@ -119,11 +116,11 @@ def start_service(bus, tmp_path):
 
 class Mock:
     def __init__(self, bus):
-        self.bus = bus
+        self.address = bus.address
         self.process = subprocess.Popen(
             [PYTHON, "-m", "dbusmock", "--system", NAME, OBJECT, NAME],
             stdout=subprocess.DEVNULL, env=dict(os.environ, DBUS_SYSTEM_BUS_ADDRESS=bus.address))
-        self.connection = bus.connect()
+        self.connection = dbus.bus.BusConnection(bus.address)
         deadline = time.monotonic() + 20
         while not self.connection.name_has_owner(NAME):
             assert self.process.poll() is None and time.monotonic() < deadline, "dbusmock did not start"

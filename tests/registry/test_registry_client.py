@@ -30,6 +30,9 @@ INVALID_NAME = "EXCEPTION InvalidName: Invalid name: InvalidName\n"
 FULL = "EXCEPTION Full: Registry full\n"
 INVALID_JSON = "EXCEPTION InvalidJson: Invalid JSON format:Invalid JSON\n"
 INVALID_ARGS = "EXCEPTION DBus org.freedesktop.DBus.Error.InvalidArgs: "
+ARRAY_EXPECTED = INVALID_ARGS + "array expected\n"
+DICT_EXPECTED = INVALID_ARGS + "dictionary value expected\n"
+TYPE_MISMATCH = INVALID_ARGS + "type mismatch\n"
 INVALID_ENCODING = "EXCEPTION InvalidEncoding: Input data not valid UTF-8\n"
 
 # Each step's expected output; a dict is the store, as ReadAllJson and the file show it.
@@ -80,7 +83,8 @@ def test_every_operation_round_trips_through_the_service(bus, start_service):
     (["WriteJson", "{not json"], [], INVALID_JSON),
     (["WriteJson", '["a list"]'], [], INVALID_JSON),
     (["WriteJson", '{"s": {"k": 1}}'], [], INVALID_JSON),
-], ids=["section", "key", "keylist", "json-key", "write-full", "json-full", "syntax", "array", "number"])
+], ids=["section", "key", "keylist", "json-key", "write-full", "json-full", "syntax", "array",
+        "number"])
 def test_service_errors_reach_the_caller_and_change_nothing(bus, start_service, args, options,
                                                             expected):
     start_service(*options)
@@ -97,51 +101,45 @@ def test_service_errors_reach_the_caller_and_change_nothing(bus, start_service, 
 ], ids=["InvalidName", "Full", "InvalidJson", "other"])
 @pytest.mark.parametrize("name, args, in_signature, out_signature", OPERATIONS,
                          ids=[operation[0] for operation in OPERATIONS])
-def test_errors_are_translated_for_every_operation(mock_bus, mock, name, args, in_signature,
-                                                   out_signature, error, expected):
+def test_errors_are_translated_for_every_operation(mock, name, args, in_signature, out_signature,
+                                                   error, expected):
     mock.add(name, in_signature, out_signature,
              f"raise dbus.exceptions.DBusException('disk on fire', name='{error}')")
-    assert probe(mock_bus[0].address, name, *args) == (2, expected)
+    assert probe(mock.address, name, *args) == (2, expected)
     assert mock.calls() == [name]
 
 
 @pytest.mark.parametrize("args, out_signature, code, expected", [
-    (["SectionList"], "s", "ret = 'eth0'", INVALID_ARGS + "array expected\n"),
-    (["SectionList"], "", "", INVALID_ARGS + "array expected\n"),
-    (["SectionList"], "ai", "ret = [1]", INVALID_ARGS + "type mismatch\n"),
+    (["SectionList"], "s", "ret = 'eth0'", ARRAY_EXPECTED),
+    (["SectionList"], "", "", ARRAY_EXPECTED),
+    (["SectionList"], "ai", "ret = [1]", TYPE_MISMATCH),
     (["SectionList"], "as", "ret = dbus.Array([], signature='s')", ""),
     (["SectionList"], "as", "ret = ['wlan0', 'eth0', '.omba']", "wlan0\neth0\n.omba\n"),
-    (["KeyList", "x"], "s", "ret = 'a=b'", INVALID_ARGS + "dictionary value expected\n"),
-    (["KeyList", "x"], "as", "ret = ['a']", INVALID_ARGS + "dictionary value expected\n"),
-    (["KeyList", "x"], "a{sv}", "ret = {'a': 1}", INVALID_ARGS + "type mismatch\n"),
+    (["KeyList", "x"], "s", "ret = 'a=b'", DICT_EXPECTED),
+    (["KeyList", "x"], "as", "ret = ['a']", DICT_EXPECTED),
+    (["KeyList", "x"], "a{sv}", "ret = {'a': 1}", TYPE_MISMATCH),
     (["KeyList", "x"], "a{ss}", "ret = dbus.Dictionary({}, signature='ss')", ""),
     (["KeyList", "x"], "a{ss}", "ret = {'b': '2', 'a': '1'}", "a=1\nb=2\n"),
-    (["Read", "s", "k"], "i", "ret = 5", INVALID_ARGS + "type mismatch\n"),
+    (["Read", "s", "k"], "i", "ret = 5", TYPE_MISMATCH),
 ], ids=["list-string", "list-nothing", "list-int", "list-empty", "list-order", "map-string",
         "map-array", "map-variant", "map-empty", "map-sorted", "read-int"])
-def test_replies_are_checked_for_their_type(mock_bus, mock, args, out_signature, code, expected):
+def test_replies_are_checked_for_their_type(mock, args, out_signature, code, expected):
     mock.add(args[0], "s" * (len(args) - 1), out_signature, code)
-    status, output = probe(mock_bus[0].address, *args)
+    status, output = probe(mock.address, *args)
     assert (status, output) == (2 if expected.startswith("EXCEPTION") else 0, expected)
 
 
 @pytest.mark.parametrize("args", [
-    ["Write", "hex:ff", "k", "v"],
-    ["Write", "s", "hex:6bc3", "v"],
-    ["Write", "s", "k", "hex:eda080"],
-    ["Write", "s", "k", "hex:610062"],
-    ["Read", "s", "hex:c0af"],
-    ["KeyExists", "hex:f8888080", "k"],
-    ["SectionExists", "hex:fe"],
-    ["DeleteKey", "s", "hex:80"],
-    ["DeleteSection", "hex:e282"],
-    ["KeyList", "hex:ff"],
-    ["WriteJson", "hex:7bfe7d"],
+    ["Write", "hex:ff", "k", "v"], ["Write", "s", "hex:6bc3", "v"],
+    ["Write", "s", "k", "hex:eda080"], ["Write", "s", "k", "hex:610062"],
+    ["Read", "s", "hex:c0af"], ["KeyExists", "hex:f8888080", "k"],
+    ["SectionExists", "hex:fe"], ["DeleteKey", "s", "hex:80"], ["DeleteSection", "hex:e282"],
+    ["KeyList", "hex:ff"], ["WriteJson", "hex:7bfe7d"],
 ], ids=lambda args: "-".join(args))
-def test_invalid_utf8_is_refused_before_anything_is_sent(mock_bus, mock, args):
+def test_invalid_utf8_is_refused_before_anything_is_sent(mock, args):
     for name, _, in_signature, out_signature in OPERATIONS:
         mock.add(name, in_signature, out_signature)
-    assert probe(mock_bus[0].address, *args) == (2, INVALID_ENCODING)
+    assert probe(mock.address, *args) == (2, INVALID_ENCODING)
     assert mock.calls() == []
 
 
@@ -154,20 +152,14 @@ def test_missing_service_or_bus_is_a_dbus_error(bus, address, error):
     assert status == 2 and output.startswith("EXCEPTION DBus " + error), output
 
 
-def test_concurrent_reads_are_answered_one_after_the_other(mock_bus, mock):
-    bus, _ = mock_bus
+def test_concurrent_reads_are_answered_one_after_the_other(mock):
     mock.add("Read", "ss", "s", "time.sleep(0.5)\nret = args[0] + '/' + args[1]")
     # The bus routes every message past a monitor in order: the calls overlap
     # exactly when the second call passes before the first reply.
-    monitor = subprocess.Popen(["dbus-monitor", "--address", bus.address, "--profile"],
+    monitor = subprocess.Popen(["dbus-monitor", "--address", mock.address, "--profile"],
                                stdout=subprocess.PIPE, text=True)
     lines = []
-
-    def collect():
-        for line in monitor.stdout:
-            lines.append(line)
-
-    reader = threading.Thread(target=collect)
+    reader = threading.Thread(target=lambda: [lines.append(line) for line in monitor.stdout])
     reader.start()
     try:
         deadline = time.monotonic() + 20
@@ -175,7 +167,7 @@ def test_concurrent_reads_are_answered_one_after_the_other(mock_bus, mock):
             assert time.monotonic() < deadline, "dbus-monitor did not start"
             mock.control.ClearCalls()
             time.sleep(0.1)
-        status, output = probe(bus.address, "threads", "s", "k")
+        status, output = probe(mock.address, "threads", "s", "k")
         time.sleep(0.2)
     finally:
         monitor.terminate()

@@ -1,43 +1,12 @@
-"""A python-dbusmock double of wpa_supplicant's D-Bus service (fi.w1.wpa_supplicant1),
-for what the real daemon cannot do here: a "wlan0" with driver nl80211 (no WiFi
-hardware), states such as "completed" with an access-point network, BSSs,
-wrong-typed replies and injected errors.
+"""A python-dbusmock double of wpa_supplicant's D-Bus service, for what the real
+daemon cannot do here: a "wlan0" with nl80211 (no WiFi hardware), associated
+states, BSSs, wrong-typed replies and injected errors.
 
-This file is both the dbusmock template (run inside the player) and the test
-side's handle on it:
-
-    from supplicant_double import SupplicantDouble
-
-    with SupplicantDouble(p, interfaces=("wlan0",)) as double:   # p: a Player
-        wlan0 = double.interface_path("wlan0")
-        double.set_state("wlan0", "completed")
-        double.set_current_network("wlan0", {"mode": "2", "ssid": '"ap"'})
-        bss = double.add_bss("wlan0", ssid=b"ap", bssid=bytes(6), signal=-40,
-                             frequency=2412)
-        double.fail("RemoveBlob", "fi.w1.wpa_supplicant1.BlobUnknown")
-        ... run the program under test in the player ...
-        for call in double.calls("AddNetwork"):
-            call.path, call.interface, call.member, call.signature   # "a{sv}"
-            call.typed()[0]     # {"ssid": ("s", "ap"), "priority": ("i", 3)}
-
-What the double does by itself (like the daemon):
-  * GetInterface(ifname) gives the interface's path, or the error
-    fi.w1.wpa_supplicant1.InterfaceUnknown; CreateInterface({"Ifname",
-    "Driver", ...}) makes /fi/w1/wpa_supplicant1/Interfaces/N (InterfaceExists
-    when it is there already); RemoveInterface.
-  * An interface object has the properties State ("disconnected"), Scanning,
-    CurrentBSS and CurrentNetwork ("/"), BSSs, Networks, Blobs, Ifname,
-    Driver; AddNetwork makes a network object whose "Properties" hold every
-    value as a string (as the daemon shows them) and "Enabled" false;
-    RemoveNetwork (NetworkUnknown for a stranger), RemoveAllNetworks,
-    SelectNetwork (sets CurrentNetwork), AddBlob (BlobExists), RemoveBlob
-    (BlobUnknown), GetBlob, Scan, SignalPoll ({"rssi": -50, ...}).
-  * Properties Get and Set on every object; Set of an unknown property gives
-    org.freedesktop.DBus.Error.InvalidArgs.
-
-Every call on the supplicant's interfaces and on org.freedesktop.DBus.Properties
-is recorded in one journal, in order, with the object path and the argument
-signature; the argument values keep their D-Bus types (see Call.typed).
+The file is both the dbusmock template (run inside the player) and the test
+side's handle, SupplicantDouble. The template behaves like the daemon for
+GetInterface/CreateInterface, networks, blobs, Scan and SignalPoll, and records
+every call (Properties Get/Set included) in one journal with its path and
+argument signature; Call.typed() gives the arguments with their D-Bus types.
 """
 
 import collections
@@ -62,9 +31,7 @@ CONTROL_IFACE = "fi.w1.wpa_supplicant1.Double"
 ERROR = MAIN_IFACE + "."
 INVALID_ARGS = "org.freedesktop.DBus.Error.InvalidArgs"
 
-# ---------------------------------------------------------------------------
-# The template side: runs in the dbusmock process.
-# ---------------------------------------------------------------------------
+# --- the template side: runs in the dbusmock process ---
 
 _root = None
 
@@ -121,22 +88,19 @@ def _install_journal():
 
 def _text(value):
     """A network property as the daemon shows it: always a string."""
-    if isinstance(value, (dbus.ByteArray, bytes)):
-        return bytes(value).hex()
-    if isinstance(value, dbus.Array):
+    if isinstance(value, (bytes, dbus.Array)):
         return bytes(int(b) for b in value).hex()
     return str(value)
 
 
-def _interface_methods(ifname):
+def _interface_methods():
     state = {"networks": itertools.count(), "blobs": {}}
 
     def add_network(self, args):
         path = f"{self.path}/Networks/{next(state['networks'])}"
         props = dbus.Dictionary(
             {k: dbus.String(_text(v), variant_level=1) for k, v in args.items()}, signature="sv")
-        _root.AddObject(path, NETWORK_IFACE,
-                        {"Properties": props, "Enabled": dbus.Boolean(False, variant_level=1)}, [])
+        _root.AddObject(path, NETWORK_IFACE, {"Properties": props}, [])
         networks = list(self.props[INTERFACE_IFACE]["Networks"]) + [dbus.ObjectPath(path)]
         self.props[INTERFACE_IFACE]["Networks"] = dbus.Array(networks, signature="o")
         return dbus.ObjectPath(path)
@@ -147,18 +111,9 @@ def _interface_methods(ifname):
             raise dbus.exceptions.DBusException("no such network", name=ERROR + "NetworkUnknown")
         networks.remove(path)
         self.props[INTERFACE_IFACE]["Networks"] = dbus.Array(networks, signature="o")
-        if self.props[INTERFACE_IFACE]["CurrentNetwork"] == path:
-            self.props[INTERFACE_IFACE]["CurrentNetwork"] = dbus.ObjectPath("/")
-        if path in _objects():
-            _root.RemoveObject(path)
-
-    def remove_all_networks(self):
-        for path in list(self.props[INTERFACE_IFACE]["Networks"]):
-            remove_network(self, path)
+        _root.RemoveObject(path)
 
     def select_network(self, path):
-        if path not in self.props[INTERFACE_IFACE]["Networks"]:
-            raise dbus.exceptions.DBusException("no such network", name=ERROR + "NetworkUnknown")
         self.props[INTERFACE_IFACE]["CurrentNetwork"] = dbus.ObjectPath(path)
 
     def add_blob(self, name, data):
@@ -173,28 +128,15 @@ def _interface_methods(ifname):
         del state["blobs"][str(name)]
         self.props[INTERFACE_IFACE]["Blobs"] = _blobs(state["blobs"])
 
-    def get_blob(self, name):
-        if name not in state["blobs"]:
-            raise dbus.exceptions.DBusException(name, name=ERROR + "BlobUnknown")
-        return dbus.ByteArray(state["blobs"][str(name)])
-
     def signal_poll(self):
         return dbus.Dictionary({"rssi": dbus.Int32(-50, variant_level=1),
                                 "linkspeed": dbus.Int32(54, variant_level=1),
                                 "frequency": dbus.UInt32(2412, variant_level=1)}, signature="sv")
 
-    return [
-        ("AddNetwork", "a{sv}", "o", add_network),
-        ("RemoveNetwork", "o", "", remove_network),
-        ("RemoveAllNetworks", "", "", remove_all_networks),
-        ("SelectNetwork", "o", "", select_network),
-        ("AddBlob", "say", "", add_blob),
-        ("RemoveBlob", "s", "", remove_blob),
-        ("GetBlob", "s", "ay", get_blob),
-        ("Scan", "a{sv}", "", lambda self, args: None),
-        ("SignalPoll", "", "a{sv}", signal_poll),
-        ("Disconnect", "", "", lambda self: None),
-    ]
+    return [("AddNetwork", "a{sv}", "o", add_network), ("RemoveNetwork", "o", "", remove_network),
+            ("SelectNetwork", "o", "", select_network), ("AddBlob", "say", "", add_blob),
+            ("RemoveBlob", "s", "", remove_blob), ("Scan", "a{sv}", "", lambda self, args: None),
+            ("SignalPoll", "", "a{sv}", signal_poll)]
 
 
 def _blobs(blobs):
@@ -207,18 +149,15 @@ def _create_interface(ifname, driver):
     if ifname in paths:
         raise dbus.exceptions.DBusException("interface exists", name=ERROR + "InterfaceExists")
     path = f"{MAIN_OBJ}/Interfaces/{next(_root.interface_numbers)}"
-    props = {
-        "State": dbus.String("disconnected", variant_level=1),
-        "Scanning": dbus.Boolean(False, variant_level=1),
-        "CurrentBSS": dbus.ObjectPath("/", variant_level=1),
-        "CurrentNetwork": dbus.ObjectPath("/", variant_level=1),
-        "BSSs": dbus.Array([], signature="o", variant_level=1),
-        "Networks": dbus.Array([], signature="o", variant_level=1),
-        "Blobs": _blobs({}),
-        "Ifname": dbus.String(ifname, variant_level=1),
-        "Driver": dbus.String(driver, variant_level=1),
-    }
-    _root.AddObject(path, INTERFACE_IFACE, props, _interface_methods(ifname))
+    props = {"State": dbus.String("disconnected", variant_level=1),
+             "Scanning": dbus.Boolean(False, variant_level=1),
+             "CurrentBSS": dbus.ObjectPath("/", variant_level=1),
+             "CurrentNetwork": dbus.ObjectPath("/", variant_level=1),
+             "BSSs": dbus.Array([], signature="o", variant_level=1),
+             "Networks": dbus.Array([], signature="o", variant_level=1), "Blobs": _blobs({}),
+             "Ifname": dbus.String(ifname, variant_level=1),
+             "Driver": dbus.String(driver, variant_level=1)}
+    _root.AddObject(path, INTERFACE_IFACE, props, _interface_methods())
     paths[ifname] = path
     _root.props[MAIN_IFACE]["Interfaces"] = dbus.Array(
         [dbus.ObjectPath(p) for p in paths.values()], signature="o")
@@ -231,19 +170,11 @@ def load(mock, parameters):
     global _root  # pylint: disable=global-statement
     _root = mock
     _install_journal()
-    mock.journal = []
-    mock.failures = []
-    mock.interfaces = {}
+    mock.journal, mock.failures, mock.interfaces = [], [], {}
     mock.interface_numbers = itertools.count()
     mock.bss_numbers = itertools.count()
-    mock.AddProperties(MAIN_IFACE, {
-        "DebugLevel": dbus.String("info", variant_level=1),
-        "DebugTimestamp": dbus.Boolean(False, variant_level=1),
-        "DebugShowKeys": dbus.Boolean(False, variant_level=1),
-        "Interfaces": dbus.Array([], signature="o", variant_level=1),
-        "EapMethods": dbus.Array(["MD5", "TLS", "PEAP", "TTLS"], signature="s", variant_level=1),
-        "Capabilities": dbus.Array(["ap"], signature="s", variant_level=1),
-    })
+    mock.AddProperties(MAIN_IFACE, {"DebugLevel": dbus.String("info", variant_level=1),
+                                    "Interfaces": dbus.Array([], signature="o", variant_level=1)})
 
     def get_interface(self, ifname):
         if ifname not in _root.interfaces:
@@ -253,33 +184,14 @@ def load(mock, parameters):
         return dbus.ObjectPath(_root.interfaces[ifname])
 
     def create_interface(self, args):
-        if "Ifname" not in args:
-            raise dbus.exceptions.DBusException("Ifname missing", name=INVALID_ARGS)
         return _create_interface(str(args["Ifname"]), str(args.get("Driver", "")))
 
-    def remove_interface(self, path):
-        for ifname, known in list(_root.interfaces.items()):
-            if known == path:
-                del _root.interfaces[ifname]
-                _root.RemoveObject(path)
-                return
-        raise dbus.exceptions.DBusException("no such interface", name=ERROR + "InterfaceUnknown")
-
-    mock.AddMethods(MAIN_IFACE, [
-        ("GetInterface", "s", "o", get_interface),
-        ("CreateInterface", "a{sv}", "o", create_interface),
-        ("RemoveInterface", "o", "", remove_interface),
-    ])
+    mock.AddMethods(MAIN_IFACE, [("GetInterface", "s", "o", get_interface),
+                                 ("CreateInterface", "a{sv}", "o", create_interface)])
 
     # Control methods for the test side.
     def get_journal(self):
         return dbus.Array(_root.journal, signature="(ossgav)")
-
-    def clear_journal(self):
-        _root.journal = []
-
-    def clear_failures(self):
-        _root.failures = []
 
     def fail(self, path, member, name, message, count):
         _root.failures.append([str(path), str(member), str(name), str(message), int(count)])
@@ -297,14 +209,13 @@ def load(mock, parameters):
     def add_network_object(self, interface_path, properties):
         path = f"{interface_path}/Networks/current{next(_root.bss_numbers)}"
         _root.AddObject(path, NETWORK_IFACE, {
-            "Properties": dbus.Dictionary(properties, signature="sv", variant_level=1),
-            "Enabled": dbus.Boolean(True, variant_level=1)}, [])
+            "Properties": dbus.Dictionary(properties, signature="sv", variant_level=1)}, [])
         return dbus.ObjectPath(path)
 
     mock.AddMethods(CONTROL_IFACE, [
         ("GetJournal", "", "a(ossgav)", get_journal),
-        ("ClearJournal", "", "", clear_journal),
-        ("ClearFailures", "", "", clear_failures),
+        ("ClearJournal", "", "", lambda self: setattr(_root, "journal", [])),
+        ("ClearFailures", "", "", lambda self: setattr(_root, "failures", [])),
         ("Fail", "ssssi", "", fail),
         ("SetObjectProperty", "ossv", "", set_object_property),
         ("AddBss", "oa{sv}", "o", add_bss),
@@ -315,9 +226,7 @@ def load(mock, parameters):
         _create_interface(str(ifname), "nl80211")
 
 
-# ---------------------------------------------------------------------------
-# The test side.
-# ---------------------------------------------------------------------------
+# --- the test side ---
 
 SIGNATURES = [  # order matters: Boolean is an int, ObjectPath a str
     (dbus.Boolean, "b"), (dbus.Byte, "y"), (dbus.Int16, "n"), (dbus.UInt16, "q"),
@@ -343,20 +252,15 @@ def signature_of(value):
 
 def plain(value):
     """The value as ordinary Python data (byte arrays as bytes)."""
-    if isinstance(value, dbus.ByteArray) or (isinstance(value, dbus.Array)
-                                             and value.signature == "y"):
+    if isinstance(value, dbus.ByteArray) or getattr(value, "signature", None) == "y":
         return bytes(int(b) if not isinstance(b, (bytes, str)) else ord(b) for b in value)
     if isinstance(value, dbus.Dictionary):
         return {plain(k): plain(v) for k, v in value.items()}
     if isinstance(value, (dbus.Array, dbus.Struct)):
         return [plain(v) for v in value]
-    if isinstance(value, dbus.Boolean):
-        return bool(value)
-    if isinstance(value, (dbus.String, dbus.ObjectPath, dbus.Signature)):
-        return str(value)
-    if isinstance(value, dbus.Double):
-        return float(value)
-    return int(value)
+    if isinstance(value, (dbus.Boolean, str)):  # String, ObjectPath and Signature are str
+        return bool(value) if isinstance(value, dbus.Boolean) else str(value)
+    return float(value) if isinstance(value, dbus.Double) else int(value)
 
 
 def typed(value):
@@ -368,16 +272,13 @@ def typed(value):
 
 Call = collections.namedtuple("Call", "path interface member signature args")
 Call.typed = lambda self: [typed(a) for a in self.args]
-Call.typed.__doc__ = "The arguments as typed() gives them."
 
 
 class SupplicantDouble:
-    """The double, started inside a Player on its system bus; a context
-    manager that stops it again."""
+    """The double on a Player's system bus; a context manager that stops it."""
 
     def __init__(self, player, interfaces=(), name="supplicant-double", timeout=20.0):
         from player.sandbox import PYTHON  # pylint: disable=import-outside-toplevel
-        self.player = player
         address = f"unix:path=/proc/{player._require_pid()}/root/run/dbus/system_bus_socket"
         self.bus = dbus.bus.BusConnection(address)
         self.daemon = player.start_daemon(
@@ -390,47 +291,38 @@ class SupplicantDouble:
         return self
 
     def __exit__(self, *exc):
-        self.close()
+        self.daemon.stop()
+        self.bus.close()
         return False
 
-    def close(self):
-        if self.daemon is not None:
-            self.daemon.stop()
-            self.daemon = None
-        self.bus.close()
+    def _get(self, path, interface, name):
+        return self.bus.get_object(BUS_NAME, path).Get(interface, name,
+                                                       dbus_interface=dbus.PROPERTIES_IFACE)
 
     def interface_path(self, ifname):
         """The object path of the interface ifname, or None."""
-        paths = self.bus.get_object(BUS_NAME, MAIN_OBJ).Get(MAIN_IFACE, "Interfaces",
-                                                            dbus_interface=dbus.PROPERTIES_IFACE)
-        for path in paths:
-            name = self.bus.get_object(BUS_NAME, path).Get(INTERFACE_IFACE, "Ifname",
-                                                           dbus_interface=dbus.PROPERTIES_IFACE)
-            if name == ifname:
+        for path in self._get(MAIN_OBJ, MAIN_IFACE, "Interfaces"):
+            if self._get(path, INTERFACE_IFACE, "Ifname") == ifname:
                 return str(path)
         return None
 
     def calls(self, member=None):
         """The recorded calls, oldest first (only those of member if given)."""
-        result = [Call(str(p), str(i), str(m), str(s), list(a))
-                  for p, i, m, s, a in self.control.GetJournal()]
-        return [c for c in result if member is None or c.member == member]
+        return [Call(str(p), str(i), str(m), str(s), list(a))
+                for p, i, m, s, a in self.control.GetJournal() if member in (None, m)]
 
     def members(self):
-        """The member names of the recorded calls, in order."""
         return [c.member for c in self.calls()]
 
     def clear_calls(self):
         self.control.ClearJournal()
 
     def clear_failures(self):
-        """Drops the failures fail() scripted that have not happened yet."""
         self.control.ClearFailures()
 
     def fail(self, member, error_name, message="injected", path="", count=1):
-        """The next count calls of member (on path, or any object) fail with
-        error_name; count -1: all of them. Properties calls are named "Get" or
-        "Set", or "Get:NAME" for one property."""
+        """The next count calls of member (on path, or any object; count -1:
+        all) fail with error_name. Properties calls are "Get", "Set" or "Get:NAME"."""
         self.control.Fail(path, member, error_name, message, count)
 
     def set_property(self, path, interface, name, value):
@@ -441,9 +333,7 @@ class SupplicantDouble:
         self.set_property(self._path(ifname), INTERFACE_IFACE, "State", state)
 
     def set_current_network(self, ifname, properties):
-        """Makes a network object with these "Properties" (a dict of strings,
-        or a dbus.Dictionary) the interface's current network; None: no
-        current network."""
+        """Makes a network with these "Properties" the current one; None: none."""
         path = "/"
         if properties is not None:
             path = self.control.AddNetworkObject(self._path(ifname),
@@ -453,14 +343,10 @@ class SupplicantDouble:
         return str(path)
 
     def add_bss(self, ifname, ssid=b"", bssid=b"\x00\x11\x22\x33\x44\x55", signal=-50,
-                frequency=2412, current=False, **overrides):
-        """Adds a BSS to the interface's list (and makes it the current one);
-        overrides replace any property with a value of your choosing."""
+                frequency=2412, current=False):
+        """Adds a BSS to the interface's list (and makes it the current one)."""
         props = {"SSID": dbus.ByteArray(ssid), "BSSID": dbus.ByteArray(bssid),
-                 "Signal": dbus.Int16(signal), "Frequency": dbus.UInt16(frequency),
-                 "Privacy": dbus.Boolean(True), "Mode": dbus.String("infrastructure"),
-                 "Age": dbus.UInt32(1)}
-        props.update(overrides)
+                 "Signal": dbus.Int16(signal), "Frequency": dbus.UInt16(frequency)}
         path = str(self.control.AddBss(self._path(ifname), dbus.Dictionary(props, signature="sv")))
         if current:
             self.set_property(self._path(ifname), INTERFACE_IFACE, "CurrentBSS",
@@ -477,4 +363,3 @@ class SupplicantDouble:
         if path is None:
             raise KeyError(f"the double has no interface {ifname}")
         return path
-

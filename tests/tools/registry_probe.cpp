@@ -45,33 +45,27 @@ void PrintLine(const std::string& text) {
 
 void PrintBool(bool value) { PrintLine(value ? "true" : "false"); }
 
+template <typename E>
+bool Is(const std::exception& e) {
+  return dynamic_cast<const E*>(&e) != nullptr;
+}
+
 // Returns the exit status; the exception is described on standard output.
 int Describe(const std::function<void()>& run, const std::string& prefix = "") {
-  std::string kind;
-  std::string what;
+  std::string kind = "std";
   try {
     run();
     return 0;
-  } catch (const corvo::Registry::InvalidEncoding& e) {
-    kind = "InvalidEncoding";
-    what = e.what();
-  } catch (const corvo::Registry::InvalidName& e) {
-    kind = "InvalidName";
-    what = e.what();
-  } catch (const corvo::Registry::InvalidJson& e) {
-    kind = "InvalidJson";
-    what = e.what();
-  } catch (const corvo::Registry::Full& e) {
-    kind = "Full";
-    what = e.what();
-  } catch (const DBus::Error& e) {
-    kind = std::string("DBus ") + (e.name() ? e.name() : "(null)");
-    what = e.what();
   } catch (const std::exception& e) {
-    kind = "std";
-    what = e.what();
+    using R = corvo::Registry;
+    const auto* dbus = dynamic_cast<const DBus::Error*>(&e);
+    if (dbus) kind = std::string("DBus ") + (dbus->name() ? dbus->name() : "(null)");
+    if (Is<R::InvalidEncoding>(e)) kind = "InvalidEncoding";
+    if (Is<R::InvalidName>(e)) kind = "InvalidName";
+    if (Is<R::InvalidJson>(e)) kind = "InvalidJson";
+    if (Is<R::Full>(e)) kind = "Full";
+    PrintLine(prefix + "EXCEPTION " + kind + ": " + e.what());
   }
-  PrintLine(prefix + "EXCEPTION " + kind + ": " + what);
   return 2;
 }
 
@@ -91,18 +85,14 @@ const std::map<std::string, Operation>& Operations() {
       {"DeleteKey", {2, [](auto& a) { corvo::GetRegistry().DeleteKey(a[0], a[1]); }}},
       {"DeleteSection", {1, [](auto& a) { corvo::GetRegistry().DeleteSection(a[0]); }}},
       {"DeleteAll", {0, [](auto&) { corvo::GetRegistry().DeleteAll(); }}},
-      {"SectionList",
-       {0,
-        [](auto&) {
-          for (const auto& section : corvo::GetRegistry().SectionList()) PrintLine(section);
-        }}},
-      {"KeyList",
-       {1,
-        [](auto& a) {
-          for (const auto& entry : corvo::GetRegistry().KeyList(a[0])) {
-            PrintLine(entry.first + "=" + entry.second);
-          }
-        }}},
+      {"SectionList", {0, [](auto&) {
+         for (const auto& section : corvo::GetRegistry().SectionList()) PrintLine(section);
+       }}},
+      {"KeyList", {1, [](auto& a) {
+         for (const auto& [key, value] : corvo::GetRegistry().KeyList(a[0])) {
+           PrintLine(key + "=" + value);
+         }
+       }}},
       {"Flush", {0, [](auto&) { corvo::GetRegistry().Flush(); }}},
       {"threads", {2, [](auto& a) {
          // Both threads share the one client; each prints its own line.

@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "apps/steps/dhcp.h"
@@ -22,7 +23,7 @@ using corvo::PersistentNetworkConfig::InterfaceReader;
 using Args = std::vector<std::string>;
 using Settings = std::map<std::string, std::string>;
 
-const auto CaseName = [](const auto& p) { return std::string(p.param.name); };
+const auto CaseName = [](const auto& case_info) { return std::string(case_info.param.name); };
 
 const char kDhcpcd[] = "/sbin/dhcpcd";
 const char kUdhcpd[] = "/sbin/udhcpd";
@@ -30,9 +31,8 @@ const char kConf[] = "/var/run/udhcpd-eth0.conf";
 const Args kHead = {"-I", "Velmora:S1", "-i", "ACME Box 4", "-o43", "-b"};
 
 Args Head(Args tail) {
-  Args args = kHead;
-  args.insert(args.end(), tail.begin(), tail.end());
-  return args;
+  tail.insert(tail.begin(), kHead.begin(), kHead.end());
+  return tail;
 }
 
 class Dhcp : public ::testing::Test {
@@ -52,9 +52,7 @@ class Dhcp : public ::testing::Test {
     corvo::ConfigureDhcp(observer, InterfaceReader(ifname, m_registry), ifname, start, m_fake);
     return testing::internal::GetCapturedStderr();
   }
-  std::vector<corvo::test::ProgramRun> Runs(const char* program) {
-    return m_fake.programs.RunsOf(program);
-  }
+  auto Runs(const char* program) const { return m_fake.programs.RunsOf(program); }
 
   corvo::test::MemoryRegistry m_registry;
   corvo::test::FakePlatform m_fake;
@@ -67,7 +65,6 @@ struct ClientCase {
   bool start;
   Args args;
 };
-void PrintTo(const ClientCase& c, std::ostream* os) { *os << c.name; }
 
 class DhcpClient : public Dhcp, public ::testing::WithParamInterface<ClientCase> {};
 
@@ -81,44 +78,40 @@ TEST_P(DhcpClient, ArgumentVector) {
 }
 
 const Settings kStatic = {{"ip", "c0a8010a"}, {"nm", "ffffff00"}};
+Settings Static(Settings more) {
+  more.insert(kStatic.begin(), kStatic.end());
+  return more;
+}
+const Settings kServer = Static({{"dh", "c0a80164:c0a801c8"}});
+const char kIp[] = "-Sip_address=192.168.1.10";
+const char kMask[] = "-Ssubnet_mask=255.255.255.0";
 
+using C = ClientCase;
 INSTANTIATE_TEST_SUITE_P(
     Stored, DhcpClient,
     ::testing::Values(
-        ClientCase{"Dynamic", {}, true, Head({"eth0"})},
-        ClientCase{"StopTakesNoOptions",
-                   {{"ip", "c0a8010a"}, {"nm", "ffffff00"}, {"im", "5"}, {"mtu", "578"}},
-                   false, Head({"-x", "eth0"})},
-        ClientCase{"WorkedExample",
-                   {{"ip", "c0a8010a"}, {"nm", "ffffff00"}, {"gw", "c0a80101"}, {"mtu", "578"}},
-                   true,
-                   Head({"-Sip_address=192.168.1.10", "-Ssubnet_mask=255.255.255.0",
-                         "-Srouters=192.168.1.1", "-Sinterface_mtu=1400", "eth0"})},
-        ClientCase{"StaticDomainAndServerOnlyInD2",
-                   {{"ip", "c0a8010a"}, {"nm", "ffffff00"}, {"nd", "example.local"},
-                    {"d2", "08080808"}},
-                   true,
-                   Head({"-Sip_address=192.168.1.10", "-Ssubnet_mask=255.255.255.0",
-                         "-Sdomain_name=example.local", "-Sdomain_name_servers=8.8.8.8", "eth0"})},
-        ClientCase{"MetricZeroMtuZero", {{"im", "0"}, {"mtu", "0"}}, true, Head({"-m0", "eth0"})},
-        ClientCase{"MetricAndMtuUnset", {{"im", "-1"}, {"mtu", "-1"}}, true, Head({"eth0"})},
-        ClientCase{"NoIdentifier",
-                   {{"ci", "-"}},
-                   true,
-                   {"-I", "", "-i", "ACME Box 4", "-o43", "-b", "eth0"}}),
+        C{"Dynamic", {}, true, Head({"eth0"})},
+        C{"StopTakesNoOptions", Static({{"im", "5"}, {"mtu", "578"}}), false, Head({"-x", "eth0"})},
+        C{"WorkedExample", Static({{"gw", "c0a80101"}, {"mtu", "578"}}), true,
+          Head({kIp, kMask, "-Srouters=192.168.1.1", "-Sinterface_mtu=1400", "eth0"})},
+        C{"StaticDomainAndServerOnlyInD2", Static({{"nd", "example.local"}, {"d2", "08080808"}}),
+          true,
+          Head({kIp, kMask, "-Sdomain_name=example.local", "-Sdomain_name_servers=8.8.8.8",
+                "eth0"})},
+        C{"MetricZeroMtuZero", {{"im", "0"}, {"mtu", "0"}}, true, Head({"-m0", "eth0"})},
+        C{"MetricAndMtuUnset", {{"im", "-1"}, {"mtu", "-1"}}, true, Head({"eth0"})},
+        C{"NoIdentifier", {{"ci", "-"}}, true,
+          {"-I", "", "-i", "ACME Box 4", "-o43", "-b", "eth0"}}),
     CaseName);
 
-TEST_F(Dhcp, DebugFlagFromNetworkingSection) {
+// Only a failed start is worth a line: stopping a client that is not running fails.
+TEST_F(Dhcp, DebugFlagAndExitCodeOnlyWhenStarting) {
   m_registry.Set("networking", "dhcp_debug", "1");
+  m_fake.programs.exit_code = 127;
   EXPECT_EQ(Configure(false), "Enabling DHCP client debugging\n");
   EXPECT_EQ(Runs(kDhcpcd).at(0).args, Head({"-d", "-x", "eth0"}));
-}
-
-// Only a failed start is worth a line: stopping a client that is not running fails.
-TEST_F(Dhcp, ClientExitCodeReportedOnlyWhenStarting) {
-  m_fake.programs.exit_code = 127;
-  EXPECT_EQ(Configure(true), "linkrig: Failed to spawn dhcpcd: 127\n");
-  EXPECT_EQ(Configure(false), "");
+  EXPECT_EQ(Configure(true),
+            "Enabling DHCP client debugging\nlinkrig: Failed to spawn dhcpcd: 127\n");
 }
 
 TEST_F(Dhcp, NfsRootLeavesEth0AloneButRefreshesLed) {
@@ -127,8 +120,7 @@ TEST_F(Dhcp, NfsRootLeavesEth0AloneButRefreshesLed) {
   std::ofstream(root / "ethernet" / "brightness") << "untouched";
   corvo::LedNetworkStatusObserver observer("eth0", root.string() + "/", m_fake.network);
   m_fake.network.nfs_root = true;
-  Store(kStatic);
-  Store({{"dh", "c0a80164:c0a801c8"}});
+  Store(kServer);
   Configure(true, "eth0", &observer);
   Configure(false, "eth0", &observer);
   EXPECT_TRUE(m_fake.journal.empty());
@@ -145,7 +137,6 @@ struct ServerCase {
   Settings settings;
   std::string tail;  // the lines after "option subnet"
 };
-void PrintTo(const ServerCase& c, std::ostream* os) { *os << c.name; }
 
 class DhcpServerFile : public Dhcp, public ::testing::WithParamInterface<ServerCase> {};
 
@@ -167,25 +158,23 @@ TEST_P(DhcpServerFile, WrittenThenServerStarted) {
   EXPECT_EQ(Runs(kUdhcpd).at(0).flags, 0x103u);
 }
 
+const std::string kRouterAndDns = "option router 192.168.1.1\nopt dns 8.8.8.8\nopt dns 1.1.1.1\n";
 INSTANTIATE_TEST_SUITE_P(
     Stored, DhcpServerFile,
     ::testing::Values(
-        ServerCase{"Full", {},
-                   "option router 192.168.1.1\nopt dns 8.8.8.8\nopt dns 1.1.1.1\n"
-                   "option domain example.local\n"},
+        ServerCase{"Full", {}, kRouterAndDns + "option domain example.local\n"},
         ServerCase{"NoRouterNoDns", {{"dhgw", "0"}, {"dhdn", ""}}, "option domain example.local\n"},
-        ServerCase{"DomainWithBlank", {{"dhds", "example local"}},
-                   "option router 192.168.1.1\nopt dns 8.8.8.8\nopt dns 1.1.1.1\n"},
+        ServerCase{"DomainWithBlank", {{"dhds", "example local"}}, kRouterAndDns},
         ServerCase{"DomainWithSlash", {{"dhds", "a/b"}, {"dhdn", "09090909"}},
                    "option router 192.168.1.1\nopt dns 9.9.9.9\n"}),
     CaseName);
 
 TEST_F(Dhcp, ServerStartedEvenWhenFileCannotBeWritten) {
-  Store(kStatic);
-  Store({{"dh", "c0a80164:c0a801c8"}});
+  Store(kServer);
   m_fake.files.create_fails = true;
   m_fake.programs.Script(kUdhcpd, {1});
-  EXPECT_EQ(Configure(true), "Starting DHCP server for 'eth0'\nlinkrig: Failed to spawn udhcpd: 1\n");
+  EXPECT_EQ(Configure(true),
+            "Starting DHCP server for 'eth0'\nlinkrig: Failed to spawn udhcpd: 1\n");
   EXPECT_EQ(Runs(kUdhcpd).size(), 1u);
 }
 
@@ -195,7 +184,6 @@ struct StopCase {
   bool start;
   std::string stderr_text;
 };
-void PrintTo(const StopCase& c, std::ostream* os) { *os << c.name; }
 
 class DhcpServerStop : public Dhcp, public ::testing::WithParamInterface<StopCase> {};
 
@@ -204,20 +192,18 @@ TEST_P(DhcpServerStop, RunningServerTerminated) {
   m_fake.programs.pid_files["/var/run/udhcpd-eth0.pid"] = 42;
   EXPECT_EQ(Configure(GetParam().start), GetParam().stderr_text);
   ASSERT_EQ(m_fake.programs.kills.size(), 1u);
-  EXPECT_EQ(m_fake.programs.kills[0].pid, 42);
-  EXPECT_EQ(m_fake.programs.kills[0].signal, SIGTERM);
-  EXPECT_EQ(m_fake.programs.kills[0].timeout_us, 30000000);
+  const auto& kill = m_fake.programs.kills[0];
+  EXPECT_EQ(std::make_tuple(kill.pid, kill.signal, kill.timeout_us),
+            std::make_tuple(42, SIGTERM, std::int64_t{30000000}));
   EXPECT_TRUE(Runs(kUdhcpd).empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, DhcpServerStop,
-    ::testing::Values(
-        StopCase{"Stop", {{"ip", "c0a8010a"}, {"nm", "ffffff00"}, {"dh", "c0a80164:c0a801c8"}},
-                 false, ""},
-        StopCase{"NotEnabled", {}, true, ""},
-        StopCase{"AlsoAClient", {{"dh", "c0a80164:c0a801c8"}}, true,
-                 "DHCP server is not available on 'eth0' since it is also a DHCP client.\n"}),
+    ::testing::Values(StopCase{"Stop", kServer, false, ""}, StopCase{"NotEnabled", {}, true, ""},
+                      StopCase{"AlsoAClient", {{"dh", "c0a80164:c0a801c8"}}, true,
+                               "DHCP server is not available on 'eth0' since it is also a DHCP "
+                               "client.\n"}),
     CaseName);
 
 TEST_F(Dhcp, StopWithoutPidFileKillsNothing) {
@@ -227,8 +213,7 @@ TEST_F(Dhcp, StopWithoutPidFileKillsNothing) {
 }
 
 TEST_F(Dhcp, ReadinessWaitGivesUpAfterFifteenSeconds) {
-  Store(kStatic);
-  Store({{"dh", "c0a80164:c0a801c8"}});
+  Store(kServer);
   m_fake.network.ready.clear();
   const auto before = m_fake.clock.now;
   Configure(true);

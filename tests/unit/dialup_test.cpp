@@ -27,21 +27,19 @@ std::string Join(const Lines& lines) {
 }
 
 std::string Chat(const Lines& init_and_dial) {
-  Lines lines{"ABORT BUSY",         "ABORT VOICE",     "ABORT \"NO CARRIER\"",
-              "ABORT \"NO DIALTONE\"", "ABORT \"NO DIAL TONE\"", "ABORT \"ERROR\"",
-              "\"\" ATZ"};
+  Lines lines{"ABORT BUSY", "ABORT VOICE", "ABORT \"NO CARRIER\"", "ABORT \"NO DIALTONE\"",
+              "ABORT \"NO DIAL TONE\"", "ABORT \"ERROR\"", "\"\" ATZ"};
   lines.insert(lines.end(), init_and_dial.begin(), init_and_dial.end());
   lines.push_back("CONNECT \"\"");
   return Join(lines);
 }
 
-std::string Peer(const std::string& user, const std::string& password, const std::string& ipparam) {
+std::string Peer(const std::string& user = "", const std::string& password = "") {
   return Join({"/dev/modem", "115200",
                "connect \"/sbin/chat -s 2>/dev/kmsg -v -f /var/volatile/etc/ppp-chatscript\"",
                "noipdefault", "usepeerdns", "noauth", "user '" + user + "'",
                "password '" + password + "'", "nodetach", "unit 0", "logfile /dev/kmsg",
-               "linkname peer", "lock", "persist", "holdoff 15", "maxfail 0",
-               "ipparam " + ipparam});
+               "linkname peer", "lock", "persist", "holdoff 15", "maxfail 0", "ipparam 0"});
 }
 
 class Dialup : public ::testing::Test {
@@ -51,13 +49,11 @@ class Dialup : public ::testing::Test {
   void Store(const Settings& settings) {
     for (const auto& [key, value] : settings) m_registry.Set(".omba2", key, value);
   }
-  std::function<corvo::Registry&()> Registry() {
-    return [this]() -> corvo::Registry& { return m_registry; };
-  }
   // ConfigureDialup's result and standard error.
   std::pair<int, std::string> Configure(int action) {
     testing::internal::CaptureStderr();
-    const int result = corvo::ConfigureDialup("ppp0", action, m_fake, Registry());
+    const int result = corvo::ConfigureDialup(
+        "ppp0", action, m_fake, [this]() -> corvo::Registry& { return m_registry; });
     return {result, testing::internal::GetCapturedStderr()};
   }
   // The journal without the file writes.
@@ -102,27 +98,30 @@ TEST_P(DialupFiles, WritesBothFilesOrNeither) {
   EXPECT_EQ(m_fake.files.modes[kPeer], 0600u);
 }
 
+const auto CaseName = [](const auto& case_info) { return std::string(case_info.param.name); };
+const std::string kBadUser = "Dialup user contains invalid character";
+const std::string kBadPassword = "Dialup password contains invalid character";
+
 INSTANTIATE_TEST_SUITE_P(
     Cases, DialupFiles,
     ::testing::Values(
-        FilesCase{"EmptyValues", {}, Chat({"OK ATDT"}), Peer("", "", "0"), ""},
+        FilesCase{"EmptyValues", {}, Chat({"OK ATDT"}), Peer(), ""},
+        FilesCase{"NumberAndCredentials",
+                  {{"dn", "0,555*1#"}, {"du", "me"}, {"dp", "say \"hi\" now"}},
+                  Chat({"OK ATDT0,555*1#"}), Peer("me", "say \"hi\" now"), ""},
         FilesCase{"InitEscaped",
                   {{"di", "AT&F \"x\\y\"\x7f\t\xc3\xa9~"}, {"dn", "1"}},
                   Chat({"OK \"AT&F \\042x\\134y\\042\\177\\011\\303\\251~\"", "OK ATDT1"}),
-                  Peer("", "", "0"), ""},
-        FilesCase{"NewlineInUser", {{"du", "a\nb"}}, "", "",
-                  "Dialup user contains invalid character"},
-        FilesCase{"UserBeforePassword", {{"du", "\r"}, {"dp", "'"}, {"dn", "x"}}, "", "",
-                  "Dialup user contains invalid character"},
-        FilesCase{"PasswordBeforeNumber", {{"dp", "it's"}, {"dn", "x"}}, "", "",
-                  "Dialup password contains invalid character"},
-        FilesCase{"CarriageReturnInPassword", {{"dp", "a\r"}}, "", "",
-                  "Dialup password contains invalid character"},
+                  Peer(), ""},
+        FilesCase{"NewlineInUser", {{"du", "a\nb"}}, "", "", kBadUser},
+        FilesCase{"UserBeforePassword", {{"du", "\r"}, {"dp", "'"}, {"dn", "x"}}, "", "", kBadUser},
+        FilesCase{"PasswordBeforeNumber", {{"dp", "it's"}, {"dn", "x"}}, "", "", kBadPassword},
+        FilesCase{"CarriageReturnInPassword", {{"dp", "a\r"}}, "", "", kBadPassword},
+        FilesCase{"NumberWithDash", {{"dn", "555-1234"}}, "", "",
+                  "Dialup number contains invalid character"},
         FilesCase{"LinkParameterNotNumber", {{"im", "ten"}}, "", "",
                   "Invalid dialup link parameter"}),
-    [](const ::testing::TestParamInfo<FilesCase>& param_info) {
-      return std::string(param_info.param.name);
-    });
+    CaseName);
 
 struct ActionCase {
   const char* name;
@@ -156,9 +155,7 @@ INSTANTIATE_TEST_SUITE_P(
         ActionCase{"Restart", 3, "1", -1, {kReadPid, kReadPid, kStart}},
         ActionCase{"RestartWithoutNumber", 3, "", -1, {kReadPid}},
         ActionCase{"UnknownAction", 4, "1", 77, {}}),
-    [](const ::testing::TestParamInfo<ActionCase>& param_info) {
-      return std::string(param_info.param.name);
-    });
+    CaseName);
 
 // A program that cannot be run ends the real launcher's child with 127.
 TEST(DetachedProcess, FailedExecExitsWith127) {

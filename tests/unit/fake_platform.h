@@ -13,7 +13,7 @@
 #include <ostream>
 #include <set>
 #include <stdexcept>
-#include <streambuf>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -68,35 +68,23 @@ class FakePrograms : public Programs {
   int KillProcessAndWait(pid_t pid, int signal, std::int64_t timeout_us) override {
     kills.push_back({pid, signal, timeout_us});
     m_journal->push_back("kill " + std::to_string(pid) + " " + std::to_string(signal));
-    return kill_result;
+    return 0;
   }
   pid_t StartDetached(const std::vector<std::string>& argv,
                       const std::string& pid_file) override {
-    detached.push_back({argv, pid_file});
     std::string line = "start-detached";
     for (const std::string& arg : argv) line += " " + arg;
     m_journal->push_back(line + " > " + pid_file);
-    return detached_pid;
+    return 4242;
   }
 
-  struct Kill {
-    pid_t pid;
-    int signal;
-    std::int64_t timeout_us;
-  };
+  struct Kill { pid_t pid; int signal; std::int64_t timeout_us; };
 
   std::vector<ProgramRun> runs;
   int exit_code = 0;
   std::function<void(const ProgramRun&)> on_run;  // e.g. to throw like a failed fork
   std::map<std::string, pid_t> pid_files;          // path -> running PID
   std::vector<Kill> kills;
-  int kill_result = 0;
-  struct Detached {
-    std::vector<std::string> argv;
-    std::string pid_file;
-  };
-  std::vector<Detached> detached;  // programs started by StartDetached
-  pid_t detached_pid = 4242;
 
  private:
   Journal* m_journal;
@@ -113,7 +101,6 @@ class FakeNetworkState : public NetworkState {
     return default_routes.count(ifname) != 0;
   }
   void SetIpForwarding(bool on) override {
-    forwarding_calls.push_back(on);
     forwarding = on;
     m_journal->push_back(on ? "forwarding 1" : "forwarding 0");
   }
@@ -132,7 +119,6 @@ class FakeNetworkState : public NetworkState {
   bool nfs_root = false;
   std::map<std::string, std::vector<InterfaceAddress>> addresses;
   bool addresses_fail = false;
-  std::vector<bool> forwarding_calls;
   bool forwarding = false;
 
  private:
@@ -143,8 +129,8 @@ class FakeFiles : public Files {
  public:
   explicit FakeFiles(Journal& journal) : m_journal(&journal) {}
 
-  // What a stream writes lands in contents[path] at once. Removing a path while
-  // its stream is alive is not supported.
+  // What a stream writes lands in contents[path] when the stream is destroyed.
+  // Removing a path while its stream is alive is not supported.
   std::unique_ptr<std::ostream> Create(const std::string& path, mode_t mode) override {
     m_journal->push_back("create " + path);
     if (create_fails) {
@@ -160,44 +146,22 @@ class FakeFiles : public Files {
   bool Exists(const std::string& path) override { return contents.count(path) != 0; }
   void Remove(const std::string& path) override {
     m_journal->push_back("remove " + path);
-    removed.push_back(path);
     contents.erase(path);
     modes.erase(path);
   }
 
   std::map<std::string, std::string> contents;
   std::map<std::string, mode_t> modes;
-  std::vector<std::string> removed;
   bool create_fails = false;
 
  private:
-  class SinkBuf : public std::streambuf {
+  class SinkStream : public std::ostringstream {
    public:
-    explicit SinkBuf(std::string& target) : m_target(&target) {}
-
-   protected:
-    int_type overflow(int_type c) override {
-      if (!traits_type::eq_int_type(c, traits_type::eof())) {
-        m_target->push_back(traits_type::to_char_type(c));
-      }
-      return traits_type::not_eof(c);
-    }
-    std::streamsize xsputn(const char* s, std::streamsize n) override {
-      m_target->append(s, static_cast<std::size_t>(n));
-      return n;
-    }
+    explicit SinkStream(std::string& target) : m_target(&target) {}
+    ~SinkStream() override { *m_target = str(); }
 
    private:
     std::string* m_target;
-  };
-  class SinkStream : public std::ostream {
-   public:
-    explicit SinkStream(std::string& target) : std::ostream(nullptr), m_buf(target) {
-      rdbuf(&m_buf);
-    }
-
-   private:
-    SinkBuf m_buf;
   };
 
   Journal* m_journal;

@@ -41,14 +41,9 @@ inline Rendered Render(const PropertySet& properties) {
 
 class FakeInterface : public Interface {
  public:
-  void AddNetwork(const PropertySet& properties) override {
-    calls.push_back("AddNetwork");
-    if (add_network_error) add_network_error(networks.size());
-    networks.push_back(Render(properties));
-  }
+  void AddNetwork(const PropertySet& properties) override { Add("AddNetwork", properties); }
   void AddAndSelectNetwork(const PropertySet& properties) override {
-    AddNetwork(properties);
-    calls.back() = "AddAndSelectNetwork";
+    Add("AddAndSelectNetwork", properties);
   }
   void RemoveAllNetworks() override {
     calls.push_back("RemoveAllNetworks");
@@ -56,7 +51,7 @@ class FakeInterface : public Interface {
   }
   void ForEachBSS(const std::function<void(const BssInfo&)>&) override {}
   SignalInfo GetSignalInfo() override { return {}; }
-  std::string GetState() override { return state; }
+  std::string GetState() override { return "disconnected"; }
   bool IsScanning() override { return false; }
   void Scan() override { calls.push_back("Scan"); }
   bool HasNetworks() override { return !networks.empty(); }
@@ -70,10 +65,16 @@ class FakeInterface : public Interface {
   std::vector<std::string> calls;
   std::vector<Rendered> networks;  // those the interface holds now
   std::map<std::string, std::string> blobs;
-  std::string state = "disconnected";
   // Called before a network or blob is taken; throw to fail the call.
   std::function<void(std::size_t)> add_network_error;
   std::function<void(const std::string&)> set_blob_error;
+
+ private:
+  void Add(const char* call, const PropertySet& properties) {
+    calls.push_back(call);
+    if (add_network_error) add_network_error(networks.size());
+    networks.push_back(Render(properties));
+  }
 };
 
 // Knows the interfaces in `interfaces`; GetOrCreateInterface adds a new one.

@@ -97,19 +97,18 @@ class LedDirectory : public ::testing::Test {
   corvo::test::FakePlatform m_fake;
 };
 
-const std::map<std::string, std::string> kOff{{"brightness", "0"}};
-const std::map<std::string, std::string> kOn{{"brightness", "255"}};
-const std::map<std::string, std::string> kBlink500{
+using Files = std::map<std::string, std::string>;
+const Files kOff{{"brightness", "0"}}, kOn{{"brightness", "255"}}, kUnchanged{};
+const Files kBlink500{
     {"trigger", "timer"}, {"brightness", "255"}, {"delay_off", "500"}, {"delay_on", "500"}};
-const std::map<std::string, std::string> kBlink100{
+const Files kBlink100{
     {"trigger", "timer"}, {"brightness", "255"}, {"delay_off", "900"}, {"delay_on", "100"}};
-const std::map<std::string, std::string> kUnchanged{};
 
 struct WiredCase {
   const char* name;
   bool link;
   std::vector<InterfaceAddress> addresses;
-  std::map<std::string, std::string> led;
+  Files led;
 };
 
 class WiredLed : public LedDirectory, public ::testing::WithParamInterface<WiredCase> {};
@@ -124,31 +123,30 @@ TEST_P(WiredLed, PatternFollowsLinkAndAddresses) {
   EXPECT_EQ(Led("ethernet"), GetParam().led);
 }
 
+using W = WiredCase;
 INSTANTIATE_TEST_SUITE_P(
     Rules, WiredLed,
-    ::testing::Values(WiredCase{"LinkNoAddress", true, {}, kBlink500},
-                      WiredCase{"LinkOnlyPacketEntry", true, {Family(AF_PACKET)}, kBlink500},
-                      WiredCase{"LinkIPv4", true, {Family(AF_PACKET), V4("192.168.1.10", 24)}, kOn},
-                      WiredCase{"LinkAutoIPv4", true, {V4("169.254.3.4", 16)}, kBlink500},
-                      WiredCase{"LinkAutoIPv4Longer", true, {V4("169.254.3.4", 24)}, kBlink500},
-                      WiredCase{"Link169With8BitMask", true, {V4("169.254.3.4", 8)}, kOn},
-                      WiredCase{"Link169With15BitMask", true, {V4("169.254.3.4", 15)}, kOn},
-                      WiredCase{"LinkIPv6LinkLocal", true, {V6("fe80::1")}, kBlink500},
-                      WiredCase{"LinkIPv6LinkLocalUpper", true, {V6("febf::1")}, kBlink500},
-                      WiredCase{"LinkIPv6Global", true, {V6("2001:db8::1")}, kOn},
-                      WiredCase{"LinkIPv6JustAboveLinkLocal", true, {V6("fec0::1")}, kOn},
-                      WiredCase{"LinkUnspecifiedEntry", true, {Family(AF_UNSPEC)}, kOn},
-                      WiredCase{"LinkLocalThenGlobal",
-                                true,
-                                {V6("fe80::1"), V4("169.254.1.1", 16), V4("10.1.2.3", 8)},
-                                kOn},
-                      WiredCase{"NoLinkIPv4", false, {V4("192.168.1.10", 24)}, kOff},
-                      WiredCase{"NoLinkNoAddress", false, {}, kOff}),
-    [](const ::testing::TestParamInfo<WiredCase>& param_info) { return param_info.param.name; });
+    ::testing::Values(
+        W{"LinkNoAddress", true, {}, kBlink500}, W{"NoLinkNoAddress", false, {}, kOff},
+        W{"LinkOnlyPacketEntry", true, {Family(AF_PACKET)}, kBlink500},
+        W{"LinkIPv4", true, {Family(AF_PACKET), V4("192.168.1.10", 24)}, kOn},
+        W{"NoLinkIPv4", false, {V4("192.168.1.10", 24)}, kOff},
+        W{"LinkAutoIPv4", true, {V4("169.254.3.4", 16)}, kBlink500},
+        W{"LinkAutoIPv4Longer", true, {V4("169.254.3.4", 24)}, kBlink500},
+        W{"Link169With8BitMask", true, {V4("169.254.3.4", 8)}, kOn},
+        W{"Link169With15BitMask", true, {V4("169.254.3.4", 15)}, kOn},
+        W{"LinkIPv6LinkLocal", true, {V6("fe80::1")}, kBlink500},
+        W{"LinkIPv6LinkLocalUpper", true, {V6("febf::1")}, kBlink500},
+        W{"LinkIPv6Global", true, {V6("2001:db8::1")}, kOn},
+        W{"LinkIPv6JustAboveLinkLocal", true, {V6("fec0::1")}, kOn},
+        W{"LinkUnspecifiedEntry", true, {Family(AF_UNSPEC)}, kOn},
+        W{"LinkLocalThenGlobal", true,
+          {V6("fe80::1"), V4("169.254.1.1", 16), V4("10.1.2.3", 8)}, kOn}),
+    [](const ::testing::TestParamInfo<WiredCase>& case_info) { return case_info.param.name; });
 
 struct WirelessCase {
   int level;
-  std::map<std::string, std::string> led;
+  Files led;
 };
 
 class WirelessLed : public LedDirectory, public ::testing::WithParamInterface<WirelessCase> {};
@@ -216,13 +214,13 @@ TEST_F(LedDirectory, AddressListFailuresReachTheCaller) {
   m_fake.network.links.insert("eth0");
   LedNetworkStatusObserver observer("eth0", Root(), m_fake.network);
 
-  const auto message = [&] {
+  const auto message = [&]() -> std::string {
     try {
       observer.UpdateLed();
     } catch (const std::runtime_error& e) {
-      return std::string(e.what());
+      return e.what();
     }
-    return std::string("no error");
+    return "no error";
   };
   m_fake.network.addresses_fail = true;
   EXPECT_EQ(message(), "Failed to get IP address list");

@@ -1,6 +1,10 @@
 #include <arpa/inet.h>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <memory>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <stdexcept>
@@ -18,18 +22,21 @@ using corvo::net::FindDefaultGateway;
 const char* const kHeader =
     "Iface\tDestination\tGateway \tFlags\tRefCnt\tUse\tMetric\tMask\t\tMTU\tWindow\tIRTT\n";
 
+using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
 std::uint32_t GatewayIn(const std::string& body, const std::string& ifname) {
   std::string table = kHeader + body;
-  std::FILE* f = fmemopen(table.data(), table.size(), "r");
-  EXPECT_NE(f, nullptr);
+  const File f(fmemopen(table.data(), table.size(), "r"), std::fclose);
+  return FindDefaultGateway(f.get(), ifname);
+}
+
+std::string Error(const std::function<void()>& run) {
   try {
-    const auto gateway = FindDefaultGateway(f, ifname);
-    std::fclose(f);
-    return gateway;
-  } catch (...) {
-    std::fclose(f);
-    throw;
+    run();
+  } catch (const std::runtime_error& e) {
+    return e.what();
   }
+  return "no exception";
 }
 
 struct RouteCase {
@@ -45,54 +52,38 @@ TEST_P(DefaultGatewayTest, FindsTheInterfacesDefaultRoute) {
   EXPECT_EQ(GatewayIn(GetParam().body, GetParam().ifname), GetParam().expected);
 }
 
+// One /proc/net/route line: interface, destination, gateway, flags, metric, mask.
+#define ROUTE(ifname, dest, gw, flags, metric, mask) \
+  ifname "\t" dest "\t" gw "\t" flags "\t0\t0\t" metric "\t" mask "\t0\t0\t0\n"
+#define DEFAULT(ifname, gw, flags) ROUTE(ifname, "00000000", gw, flags, "0", "00000000")
+#define SUBNET ROUTE("eth0", "0001A8C0", "00000000", "0001", "0", "00FFFFFF")
+
 // Addresses appear in network byte order, as the kernel prints them on a little-endian host.
 INSTANTIATE_TEST_SUITE_P(
     RouteTable, DefaultGatewayTest,
     ::testing::Values(
-        RouteCase{"default_route", "eth0\t00000000\t0101A8C0\t0003\t0\t0\t0\t00000000\t0\t0\t0\n",
-                  "eth0", 0xC0A80101},
-        RouteCase{"other_interface_only",
-                  "wlan0\t00000000\t0101A8C0\t0003\t0\t0\t0\t00000000\t0\t0\t0\n", "eth0", 0},
-        RouteCase{"no_gateway_flag",
-                  "eth0\t00000000\t0101A8C0\t0001\t0\t0\t0\t00000000\t0\t0\t0\n", "eth0", 0},
-        RouteCase{"route_down", "eth0\t00000000\t0101A8C0\t0002\t0\t0\t0\t00000000\t0\t0\t0\n",
-                  "eth0", 0},
-        RouteCase{"subnet_route_not_default",
-                  "eth0\t0001A8C0\t00000000\t0001\t0\t0\t0\t00FFFFFF\t0\t0\t0\n", "eth0", 0},
+        RouteCase{"default_route", DEFAULT("eth0", "0101A8C0", "0003"), "eth0", 0xC0A80101},
+        RouteCase{"other_interface_only", DEFAULT("wlan0", "0101A8C0", "0003"), "eth0", 0},
+        RouteCase{"no_gateway_flag", DEFAULT("eth0", "0101A8C0", "0001"), "eth0", 0},
+        RouteCase{"route_down", DEFAULT("eth0", "0101A8C0", "0002"), "eth0", 0},
+        RouteCase{"subnet_route_not_default", SUBNET, "eth0", 0},
         RouteCase{"first_default_wins",
-                  "eth0\t0001A8C0\t00000000\t0001\t0\t0\t0\t00FFFFFF\t0\t0\t0\n"
-                  "eth0\t00000000\t0201A8C0\t0003\t0\t0\t100\t00000000\t0\t0\t0\n"
-                  "eth0\t00000000\t0301A8C0\t0003\t0\t0\t200\t00000000\t0\t0\t0\n",
+                  SUBNET ROUTE("eth0", "00000000", "0201A8C0", "0003", "100", "00000000")
+                      ROUTE("eth0", "00000000", "0301A8C0", "0003", "200", "00000000"),
                   "eth0", 0xC0A80102},
-        RouteCase{"name_is_whole_word",
-                  "eth0.12\t00000000\t0101A8C0\t0003\t0\t0\t0\t00000000\t0\t0\t0\n", "eth0", 0},
+        RouteCase{"name_is_whole_word", DEFAULT("eth0.12", "0101A8C0", "0003"), "eth0", 0},
         RouteCase{"empty_table", "", "eth0", 0}),
     [](const auto& case_info) { return std::string(case_info.param.name); });
 
 TEST(RouteTableErrors, MalformedLineAndUnreadableTable) {
-  try {
-    GatewayIn("eth0\t00000000\tzz\n", "eth0");
-    FAIL() << "no exception";
-  } catch (const std::runtime_error& e) {
-    EXPECT_STREQ(e.what(), "Malformed /proc/net/route line");
-  }
-  std::string empty;
+  EXPECT_EQ(Error([] { GatewayIn("eth0\t00000000\tzz\n", "eth0"); }),
+            "Malformed /proc/net/route line");
   char dummy = 0;
-  std::FILE* f = fmemopen(&dummy, 0, "r");
-  ASSERT_NE(f, nullptr);
-  try {
-    FindDefaultGateway(f, "eth0");
-    ADD_FAILURE() << "no exception";
-  } catch (const std::runtime_error& e) {
-    EXPECT_STREQ(e.what(), "/proc/net/route is not readable");
-  }
-  std::fclose(f);
-  try {
-    FindDefaultGateway("eth0", "/nonexistent/route");
-    FAIL() << "no exception";
-  } catch (const std::runtime_error& e) {
-    EXPECT_STREQ(e.what(), "Could not open /proc/net/route");
-  }
+  const File f(fmemopen(&dummy, 0, "r"), std::fclose);
+  EXPECT_EQ(Error([&f] { FindDefaultGateway(f.get(), "eth0"); }),
+            "/proc/net/route is not readable");
+  EXPECT_EQ(Error([] { FindDefaultGateway("eth0", "/nonexistent/route"); }),
+            "Could not open /proc/net/route");
 }
 
 TEST(Formatting, IPv4AndMac) {
@@ -125,31 +116,18 @@ TEST(DomainName, AcceptsOnlyPlainNames) {
 TEST(KernelQueries, MissingInterface) {
   EXPECT_FALSE(corvo::net::InterfaceHasLink("nosuchif0"));
   EXPECT_EQ(corvo::net::GetIPAddress(corvo::net::InterfaceSocket("lo")), 0x7F000001u);
-  try {
-    corvo::net::GetIPAddress(corvo::net::InterfaceSocket("nosuchif0"));
-    FAIL() << "no exception";
-  } catch (const corvo::ErrnoException& e) {
-    EXPECT_EQ(e.Context(), "GetIPAddress");
-  }
+  EXPECT_EQ(Error([] { corvo::net::GetIPAddress(corvo::net::InterfaceSocket("nosuchif0")); }),
+            "GetIPAddress: No such device");
 }
 
 TEST(IpForwarding, WritesOneCharacter) {
   char path[] = "/tmp/ip_forward.XXXXXX";
-  const int fd = mkstemp(path);
-  ASSERT_GE(fd, 0);
-  close(fd);
-  corvo::net::SetIpForwarding(true, path);
-  std::FILE* f = std::fopen(path, "r");
-  char buf[8] = {};
-  EXPECT_EQ(std::fread(buf, 1, sizeof buf, f), 1u);
-  EXPECT_STREQ(buf, "1");
-  std::fclose(f);
-  corvo::net::SetIpForwarding(false, path);
-  f = std::fopen(path, "r");
-  std::memset(buf, 0, sizeof buf);
-  EXPECT_EQ(std::fread(buf, 1, sizeof buf, f), 1u);
-  EXPECT_STREQ(buf, "0");
-  std::fclose(f);
+  ASSERT_EQ(close(mkstemp(path)), 0);
+  for (const bool on : {true, false}) {
+    corvo::net::SetIpForwarding(on, path);
+    std::ifstream in(path);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), on ? "1" : "0");
+  }
   unlink(path);
   EXPECT_THROW(corvo::net::SetIpForwarding(true, "/nonexistent/dir/ip_forward"),
                corvo::ErrnoException);

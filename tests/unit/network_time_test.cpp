@@ -42,18 +42,14 @@ TEST_P(ClockDecision, FollowsPtpStateAndTolerance) {
   corvo::SetClockFromNetworkTime(c.network_us * 1000 + 999, registry, fake.programs, clock);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), c.log);
 
-  EXPECT_EQ(clock.sets, c.sets ? std::vector<std::int64_t>{c.network_us}
-                               : std::vector<std::int64_t>{});
-  if (*c.ptp_domain == '\0') {
-    EXPECT_TRUE(fake.programs.runs.empty());
-  } else {
-    ASSERT_EQ(fake.programs.runs.size(), 1u);
-    EXPECT_EQ(fake.programs.runs[0].program, "/bin/sh");
-    EXPECT_EQ(fake.programs.runs[0].flags, 0x103u);
-    EXPECT_EQ(fake.programs.runs[0].args,
-              (std::vector<std::string>{
-                  "-c", "pmc -u -b 0 -d " + std::string(c.ptp_domain) +
-                            " \"GET PORT_DATA_SET\" | grep -q -E \"SLAVE|UNCALIBRATED\""}));
+  EXPECT_EQ(clock.sets, std::vector<std::int64_t>(c.sets ? 1 : 0, c.network_us));
+  ASSERT_EQ(fake.programs.runs.size(), *c.ptp_domain == '\0' ? 0u : 1u);
+  for (const auto& run : fake.programs.runs) {
+    EXPECT_EQ(run.program, "/bin/sh");
+    EXPECT_EQ(run.flags, 0x103u);
+    const std::string pmc = "pmc -u -b 0 -d " + std::string(c.ptp_domain) +
+                            " \"GET PORT_DATA_SET\" | grep -q -E \"SLAVE|UNCALIBRATED\"";
+    EXPECT_EQ(run.args, (std::vector<std::string>{"-c", pmc}));
   }
 }
 
@@ -100,22 +96,19 @@ class FailingRegistry : public corvo::test::MemoryRegistry {
 
 TEST(NetworkTimeThread, SetsTheClockFromTheSourceAndPassesRegistryErrors) {
   corvo::test::MemoryRegistry registry;
+  FailingRegistry failing;
   corvo::test::FakePlatform fake;
   FakeSystemClock clock;
+  const auto now = [] { return std::optional<std::int64_t>(kNow * 1000); };
   testing::internal::CaptureStderr();
-  corvo::NetworkTimeThread good([] { return std::optional<std::int64_t>(kNow * 1000); }, registry,
-                                fake.programs, clock);
-  EXPECT_NO_THROW(good.Join());
-  corvo::NetworkTimeThread none([] { return std::optional<std::int64_t>(); }, registry,
-                                fake.programs, clock);
-  EXPECT_NO_THROW(none.Join());
+  EXPECT_NO_THROW(corvo::NetworkTimeThread(now, registry, fake.programs, clock).Join());
+  EXPECT_NO_THROW(corvo::NetworkTimeThread([] { return std::optional<std::int64_t>(); }, registry,
+                                           fake.programs, clock)
+                      .Join());
   testing::internal::GetCapturedStderr();
   EXPECT_EQ(clock.sets, std::vector<std::int64_t>{kNow});
-
-  FailingRegistry failing;
-  corvo::NetworkTimeThread bad([] { return std::optional<std::int64_t>(kNow * 1000); }, failing,
-                               fake.programs, clock);
-  EXPECT_THROW(bad.Join(), std::runtime_error);
+  EXPECT_THROW(corvo::NetworkTimeThread(now, failing, fake.programs, clock).Join(),
+               std::runtime_error);
   EXPECT_EQ(clock.sets.size(), 1u);
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <fmt/printf.h>
 #include <fstream>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdexcept>
 #include <string>
@@ -90,13 +91,9 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(KillProcessAndWaitErrorTest, MissingProcessThrows) {
   const pid_t pid = GonePid();
   testing::internal::CaptureStderr();
-  try {
-    corvo::KillProcessAndWait(pid, SIGTERM, 1000000);
-    ADD_FAILURE() << "returned";
-  } catch (const corvo::ErrnoException& e) {
-    EXPECT_EQ(e.Errno(), ESRCH);
-    EXPECT_STREQ(e.what(), "KillProcessAndWait: No such process");
-  }
+  EXPECT_THAT([pid] { corvo::KillProcessAndWait(pid, SIGTERM, 1000000); },
+              testing::ThrowsMessage<corvo::ErrnoException>(
+                  "KillProcessAndWait: No such process"));
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "Failed to send signal 15 to " + std::to_string(pid) + ".\n");
 }

@@ -81,35 +81,35 @@ class Fuzzer {
   std::mt19937 m_random;
 };
 
-template <typename F>
-void Survives(F&& f) {
-  try {
-    f();
-  } catch (const std::exception&) {
-  }
+// Returning or throwing a standard exception are both fine.
+#define TRY(call) try { call; } catch (const std::exception&) {}
+
+// Runs rounds of fresh random input until the time or round budget runs out.
+void Fuzz(unsigned seed, const std::function<void(Fuzzer&)>& round) {
+  Fuzzer fuzz(seed);
+  const auto deadline = Clock::now() + kBudget;
+  int rounds = 0;
+  for (; rounds < kMaxRounds && Clock::now() < deadline; ++rounds) round(fuzz);
+  ::testing::Test::RecordProperty("rounds", rounds);
+  EXPECT_GT(rounds, 100);
 }
 
 TEST(SettingsFuzzTest, UnobfuscatePassphrase) {
-  Fuzzer fuzz(kSeed);
   const std::uint8_t salt[SALT_SIZE] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
   const std::vector<std::string> seeds = {
       test::ObfuscatePassphrase('A', BuiltInObfuscationKey(), "a passphrase", salt),
       test::ObfuscatePassphrase('c', "customer", std::string(40, 'q'), salt),
   };
   EXPECT_EQ(UnobfuscatePassphrase(seeds[0], nullptr), "a passphrase");
-  const auto deadline = Clock::now() + kBudget;
-  int rounds = 0;
-  for (; rounds < kMaxRounds && Clock::now() < deadline; ++rounds) {
-    std::string text = fuzz.Below(4) == 0
+  Fuzz(kSeed, [&seeds](Fuzzer& fuzz) {
+    const std::string text = fuzz.Below(4) == 0
                            ? fuzz.Pick("AaCcX") + fuzz.Text(Fuzzer::kHex + "g", 140)
                            : fuzz.Mutate(seeds[fuzz.Below(seeds.size())]);
-    if (Aborts(text)) continue;
+    if (Aborts(text)) return;
     std::function<std::string()> provider;
     if (fuzz.Below(3) != 0) provider = [key = fuzz.Bytes(80)] { return key; };
-    Survives([&] { UnobfuscatePassphrase(text, provider); });
-  }
-  RecordProperty("rounds", rounds);
-  EXPECT_GT(rounds, 100);
+    TRY(UnobfuscatePassphrase(text, provider));
+  });
 }
 
 TEST(SettingsFuzzTest, Accessors) {
@@ -118,11 +118,8 @@ TEST(SettingsFuzzTest, Accessors) {
       "ip", "nm", "gw", "dhgw", "wi", "wc", "ws", "ww", "wo", "wm", "wa", "wt", "wk", "wf",
       "dh", "dhds", "dhdn", "ci", "ir", "du", "dp", "dn", "di", "nd", "d0", "d1", "d2",
       "im", "mtu", "vlans", "forwarding", "hn"};
-  Fuzzer fuzz(kSeed + 1);
   const std::string seed = test::ObfuscatePassphrase('C', "k", "passphrase");
-  const auto deadline = Clock::now() + kBudget;
-  int rounds = 0;
-  for (; rounds < kMaxRounds && Clock::now() < deadline; ++rounds) {
+  Fuzz(kSeed + 1, [&keys, &seed](Fuzzer& fuzz) {
     test::MemoryRegistry registry;
     for (const auto& key : keys) registry.Set(".omba", key, fuzz.Value());
     std::string passphrase = fuzz.Below(2) == 0 ? fuzz.Mutate(seed) : fuzz.Value();
@@ -131,21 +128,18 @@ TEST(SettingsFuzzTest, Accessors) {
     registry.Set("customer", "obfuscation_key", fuzz.Below(2) == 0 ? "k" : fuzz.Bytes(8));
     const PersistentNetworkConfig::InterfaceReader r("eth0", registry);
     const PersistentNetworkConfig::HostReader host(registry);
-#define TRY(call) Survives([&] { call; })
-    TRY(r.IsDhcp()), TRY(r.StaticAddress()), TRY(r.Netmask()), TRY(r.Gateway());
-    TRY(r.DomainName()), TRY(r.StaticNameServers()), TRY(r.ClientIdentifier());
-    TRY(r.InterfaceMetric()), TRY(r.Mtu()), TRY(r.Vlans()), TRY(r.DhcpServerEnabled());
-    TRY(r.DhcpServerRange()), TRY(r.DhcpServerGateway()), TRY(r.DhcpServerDomain());
-    TRY(r.DhcpServerNameServers()), TRY(r.Ssid()), TRY(r.Passphrase()), TRY(r.Identity());
-    TRY(r.SecurityOptions()), TRY(r.Dot1xMethod()), TRY(r.Dot1xOptions());
-    TRY(r.IsAccessPoint()), TRY(r.CaCertificate()), TRY(r.ClientCertificate());
-    TRY(r.PrivateKey()), TRY(r.AccessPointFrequency()), TRY(r.InboundRate());
-    TRY(r.DialupUser()), TRY(r.DialupPassword()), TRY(r.DialupNumber()), TRY(r.DialupInit());
-    TRY(host.Forwarding()), TRY(host.HostName());
-#undef TRY
-  }
-  RecordProperty("rounds", rounds);
-  EXPECT_GT(rounds, 100);
+    TRY(r.IsDhcp()) TRY(r.StaticAddress()) TRY(r.Netmask()) TRY(r.Gateway())
+    TRY(r.DomainName()) TRY(r.StaticNameServers()) TRY(r.ClientIdentifier())
+    TRY(r.InterfaceMetric()) TRY(r.Mtu()) TRY(r.Vlans()) TRY(r.DhcpServerEnabled())
+    TRY(r.DhcpServerRange()) TRY(r.DhcpServerGateway()) TRY(r.DhcpServerDomain())
+    TRY(r.DhcpServerNameServers()) TRY(r.Ssid()) TRY(r.Passphrase()) TRY(r.Identity())
+    TRY(r.SecurityOptions()) TRY(r.Dot1xMethod()) TRY(r.Dot1xOptions())
+    TRY(r.IsAccessPoint()) TRY(r.CaCertificate()) TRY(r.ClientCertificate())
+    TRY(r.PrivateKey()) TRY(r.AccessPointFrequency()) TRY(r.InboundRate())
+    TRY(r.DialupUser()) TRY(r.DialupPassword()) TRY(r.DialupNumber()) TRY(r.DialupInit())
+    TRY(r.DialupLinkParameter())
+    TRY(host.Forwarding()) TRY(host.HostName())
+  });
 }
 
 }  // namespace

@@ -51,57 +51,27 @@ TEST_P(Shaper, RunsTcAndReports) {
     runs.push_back(run.args);
   }
   EXPECT_EQ(runs, GetParam().runs);
-  if (GetParam().result == 0) {
-    EXPECT_EQ(result, 0);
-  } else {
-    EXPECT_NE(result, 0);
-  }
+  EXPECT_EQ(result != 0, GetParam().result != 0);
 }
 
 const std::string kAdding = "Adding inbound bandwidth shaping of 1000000bit/s for eth0\n";
+const std::string kRemoving = "Removing bandwidth shaper (if present) for eth0\n";
+const std::string kNone = "No inbound bandwidth shaping on eth0\n";
+const std::string kFailed = "ConfigureShaper failed: Shaper(eth0): Failed to add ";
+using C = ShaperCase;
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, Shaper,
     ::testing::Values(
-        ShaperCase{"Add", "f4240", true, {}, {kAddQdisc, kFilter1M}, kAdding, 0},
-        ShaperCase{"NoRate", "0", true, {}, {}, "No inbound bandwidth shaping on eth0\n", 0},
-        ShaperCase{"NoneStored", "-", true, {}, {}, "No inbound bandwidth shaping on eth0\n", 0},
-        ShaperCase{"Remove",
-                   "f4240",
-                   false,
-                   {},
-                   {kDelQdisc},
-                   "Removing bandwidth shaper (if present) for eth0\n",
-                   0},
-        ShaperCase{"RemoveWhenAbsent",
-                   "0",
-                   false,
-                   {2},
-                   {kDelQdisc},
-                   "Removing bandwidth shaper (if present) for eth0\n",
-                   0},
-        ShaperCase{"QdiscFails",
-                   "f4240",
-                   true,
-                   {2},
-                   {kAddQdisc},
-                   kAdding + "ConfigureShaper failed: Shaper(eth0): Failed to add qdisc: 2\n",
-                   -1},
-        ShaperCase{"TcMissing",
-                   "f4240",
-                   true,
-                   {127},
-                   {kAddQdisc},
-                   kAdding + "ConfigureShaper failed: Shaper(eth0): Failed to add qdisc: 127\n",
-                   -1},
-        ShaperCase{"FilterFailsWithoutRollback",
-                   "f4240",
-                   true,
-                   {0, 2},
-                   {kAddQdisc, kFilter1M},
-                   kAdding + "ConfigureShaper failed: Shaper(eth0): Failed to add filter: 2\n",
-                   -1}),
-    [](const ::testing::TestParamInfo<ShaperCase>& param_info) { return param_info.param.name; });
+        C{"Add", "f4240", true, {}, {kAddQdisc, kFilter1M}, kAdding, 0},
+        C{"NoRate", "0", true, {}, {}, kNone, 0}, C{"NoneStored", "-", true, {}, {}, kNone, 0},
+        C{"Remove", "f4240", false, {}, {kDelQdisc}, kRemoving, 0},
+        C{"RemoveWhenAbsent", "0", false, {2}, {kDelQdisc}, kRemoving, 0},
+        C{"QdiscFails", "f4240", true, {2}, {kAddQdisc}, kAdding + kFailed + "qdisc: 2\n", -1},
+        C{"TcMissing", "f4240", true, {127}, {kAddQdisc}, kAdding + kFailed + "qdisc: 127\n", -1},
+        C{"FilterFailsWithoutRollback", "f4240", true, {0, 2}, {kAddQdisc, kFilter1M},
+          kAdding + kFailed + "filter: 2\n", -1}),
+    [](const ::testing::TestParamInfo<ShaperCase>& case_info) { return case_info.param.name; });
 
 TEST(ShaperFailures, NothingEscapes) {
   corvo::test::MemoryRegistry registry;

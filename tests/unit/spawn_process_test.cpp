@@ -2,10 +2,12 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <dirent.h>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sstream>
 #include <stdexcept>
@@ -72,10 +74,7 @@ Outcome Isolated(const std::function<int()>& body) {
   outcome.out = ReadFile(files[0]);
   outcome.err = ReadFile(files[1]);
   outcome.kmsg = ReadFile(files[2]);
-  for (const auto& path : files) {
-    unlink(path.c_str());
-  }
-  rmdir(dir.c_str());
+  std::filesystem::remove_all(dir);
   return outcome;
 }
 
@@ -148,12 +147,8 @@ TEST(SpawnProcessTest, ChildKilledBySignalThrows) {
   SpawnProcess process("/bin/sleep", {"30"});
   process.Execute(SpawnProcess::kNullOutput);
   ASSERT_EQ(kill(process.Pid(), SIGKILL), 0);
-  try {
-    process.Wait();
-    FAIL() << "Wait returned";
-  } catch (const std::runtime_error& e) {
-    EXPECT_STREQ(e.what(), "Child (/bin/sleep) exited with signal 9");
-  }
+  EXPECT_THAT([&process] { process.Wait(); }, testing::ThrowsMessage<std::runtime_error>(
+                                                   "Child (/bin/sleep) exited with signal 9"));
 }
 
 class SpawnCaptureTest : public testing::TestWithParam<int> {};
@@ -212,23 +207,10 @@ TEST(SpawnProcessTest, ChangedIdentityKeepsOnlyBindService) {
             "65534\n65534\n65534\nCapEff:\t0000000000000400\nCapAmb:\t0000000000000400\n");
 }
 
-// This process's children, from the parent field of /proc/PID/stat.
+// This process's children; orphans come to the main thread, which runs the tests.
 std::vector<pid_t> Children() {
-  std::vector<pid_t> children;
-  DIR* proc = opendir("/proc");
-  while (dirent* entry = proc ? readdir(proc) : nullptr) {
-    const std::string stat = ReadFile(std::string("/proc/") + entry->d_name + "/stat");
-    const auto name_end = stat.rfind(')');
-    int parent = 0;
-    if (name_end != std::string::npos &&
-        std::sscanf(stat.c_str() + name_end + 1, " %*c %d", &parent) == 1 && parent == getpid()) {
-      children.push_back(std::atoi(entry->d_name));
-    }
-  }
-  if (proc) {
-    closedir(proc);
-  }
-  return children;
+  std::ifstream in("/proc/self/task/" + std::to_string(getpid()) + "/children");
+  return std::vector<pid_t>(std::istream_iterator<pid_t>(in), {});
 }
 
 TEST(SpawnProcessDeathTest, WatchdogAbortsAWaitThatHangs) {

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
 
 #include "lib/platform/x509_identity.h"
@@ -10,14 +9,11 @@ namespace {
 
 using corvo::test::CertificateFactory;
 
-class X509Identity : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() { s_certs = std::make_unique<CertificateFactory>(); }
-  static void TearDownTestSuite() { s_certs.reset(); }
-  static std::unique_ptr<CertificateFactory> s_certs;
-};
-
-std::unique_ptr<CertificateFactory> X509Identity::s_certs;
+// Made once, on first use; its directory goes when the program ends.
+CertificateFactory& Certs() {
+  static CertificateFactory certs;
+  return certs;
+}
 
 struct CertificateCase {
   const char* name;
@@ -26,17 +22,16 @@ struct CertificateCase {
   const char* log;
 };
 
-class CertificateIdentity : public X509Identity,
-                            public ::testing::WithParamInterface<CertificateCase> {};
+class CertificateIdentity : public ::testing::TestWithParam<CertificateCase> {};
 
 TEST_P(CertificateIdentity, ReadsIdentityAndActivationFromDerAndPem) {
   const CertificateCase& c = GetParam();
-  s_certs->Client(c.name, c.lines);
+  Certs().Client(c.name, c.lines);
   for (const char* form : {".der", ".pem"}) {
     corvo::CertificateIdentity result;
     testing::internal::CaptureStderr();
     const bool read = corvo::ReadCertificateIdentity(
-        "eth0", s_certs->Contents(std::string(c.name) + form), result);
+        "eth0", Certs().Contents(std::string(c.name) + form), result);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), c.log) << form;
     EXPECT_EQ(read, *c.identity != '\0') << form;
     EXPECT_EQ(result.identity, c.identity) << form;
@@ -50,9 +45,11 @@ INSTANTIATE_TEST_SUITE_P(
     Names, CertificateIdentity,
     ::testing::Values(
         CertificateCase{"email", "cn = \"client-cn\"\nemail = \"user@example.org\"\n",
-                        "user@example.org", "Using identity from subjectAltName user@example.org\n"},
+                        "user@example.org",
+                        "Using identity from subjectAltName user@example.org\n"},
         CertificateCase{"dns", "cn = \"client-cn\"\ndns_name = \"host.example.org\"\n",
-                        "host.example.org", "Using identity from subjectAltName host.example.org\n"},
+                        "host.example.org",
+                        "Using identity from subjectAltName host.example.org\n"},
         CertificateCase{"ip_then_email",
                         "cn = \"client-cn\"\nip_address = \"10.1.2.3\"\nemail = \"a@b.example\"\n",
                         "a@b.example", "Using identity from subjectAltName a@b.example\n"},
@@ -64,9 +61,9 @@ INSTANTIATE_TEST_SUITE_P(
       return std::string(param_info.param.name);
     });
 
-TEST_F(X509Identity, Pkcs12BagsAreDecryptedWithThePassword) {
-  s_certs->Client("p12", "cn = \"client-cn\"\nemail = \"user@example.org\"\n");
-  const std::string p12 = s_certs->Pkcs12("p12", "s3cret", "-certfile ca.pem");
+TEST(X509Identity, Pkcs12BagsAreDecryptedWithThePassword) {
+  Certs().Client("p12", "cn = \"client-cn\"\nemail = \"user@example.org\"\n");
+  const std::string p12 = Certs().Pkcs12("p12", "s3cret", "-certfile ca.pem");
   corvo::CertificateIdentity result;
   testing::internal::CaptureStderr();
   EXPECT_TRUE(corvo::ReadPkcs12Identity("wlan0", p12, "s3cret", result));
@@ -87,8 +84,8 @@ TEST_F(X509Identity, Pkcs12BagsAreDecryptedWithThePassword) {
   EXPECT_EQ(result.activation, 0);
 }
 
-TEST_F(X509Identity, Pkcs12CertificateWithoutKeyIdIsSkipped) {
-  const std::string p12 = s_certs->Pkcs12("ca", "x", "-nokeys");
+TEST(X509Identity, Pkcs12CertificateWithoutKeyIdIsSkipped) {
+  const std::string p12 = Certs().Pkcs12("ca", "x", "-nokeys");
   corvo::CertificateIdentity result;
   testing::internal::CaptureStderr();
   EXPECT_FALSE(corvo::ReadPkcs12Identity("eth0", p12, "x", result));
@@ -97,8 +94,8 @@ TEST_F(X509Identity, Pkcs12CertificateWithoutKeyIdIsSkipped) {
             "eth0: PKCS#12: no key ID, skipping\n");
 }
 
-TEST_F(X509Identity, BrokenInputReadsNothing) {
-  const std::string pem = s_certs->Contents("ca.pem");
+TEST(X509Identity, BrokenInputReadsNothing) {
+  const std::string pem = Certs().Contents("ca.pem");
   for (const std::string& bytes : {std::string(), std::string("garbage"),
                                    std::string(4096, '\xff'), pem.substr(0, pem.size() / 2),
                                    std::string("\x30\x82\xff\xff", 4)}) {
