@@ -9,6 +9,7 @@
 #include <dbus/dbus.h>
 
 #include "lib/platform/interface_reader.h"
+#include "lib/platform/dbus_values.h"
 
 namespace corvo {
 
@@ -59,25 +60,12 @@ DBus::Variant StringProperty(const std::string& key, const std::string& value) {
       !dbus_validate_utf8(value.c_str(), nullptr)) {
     throw std::runtime_error("Network property " + key + " is not valid UTF-8");
   }
-  DBus::Variant variant;
-  DBus::MessageIter writer = variant.writer();
-  writer << value;
-  return variant;
+  return MakeVariant(value);
 }
 
-DBus::Variant IntProperty(std::int32_t value) {
-  DBus::Variant variant;
-  DBus::MessageIter writer = variant.writer();
-  writer << value;
-  return variant;
-}
+DBus::Variant IntProperty(std::int32_t value) { return MakeVariant(value); }
 
-DBus::Variant BytesProperty(const std::vector<std::uint8_t>& value) {
-  DBus::Variant variant;
-  DBus::MessageIter writer = variant.writer();
-  writer << value;
-  return variant;
-}
+DBus::Variant BytesProperty(const std::vector<std::uint8_t>& value) { return MakeVariant(value); }
 
 bool ContainsIgnoringCase(const std::string& text, const std::string& word) {
   const auto found = std::search(text.begin(), text.end(), word.begin(), word.end(),

@@ -8,6 +8,7 @@
 #include <dbus/dbus.h>
 
 #include "lib/platform/dbus_dispatcher.h"
+#include "lib/platform/dbus_values.h"
 
 namespace corvo {
 
@@ -37,16 +38,12 @@ void ValidateUtf8(const Strings&... texts) {
   }
 }
 
-bool IsError(const DBus::Error& error, const char* name) {
-  return error.name() != nullptr && std::strcmp(error.name(), name) == 0;
-}
-
 // Called from a handler: anything that is not one of the service's own
 // errors is rethrown unchanged.
 [[noreturn]] void RethrowTranslated(const DBus::Error& error) {
-  if (IsError(error, kInvalidNameError)) throw Registry::InvalidName("InvalidName");
-  if (IsError(error, kFullError)) throw Registry::Full();
-  if (IsError(error, kInvalidJsonError)) throw Registry::InvalidJson("Invalid JSON");
+  if (HasErrorName(error, kInvalidNameError)) throw Registry::InvalidName("InvalidName");
+  if (HasErrorName(error, kFullError)) throw Registry::Full();
+  if (HasErrorName(error, kInvalidJsonError)) throw Registry::InvalidJson("Invalid JSON");
   throw;
 }
 

@@ -9,6 +9,7 @@
 
 #include "lib/hardware/hardware_config.h"
 #include "lib/platform/dbus_dispatcher.h"
+#include "lib/platform/dbus_values.h"
 #include "lib/platform/log.h"
 #include "lib/platform/supplicant_proxies.h"
 
@@ -26,17 +27,6 @@ constexpr const char* kInterfaceUnknown = "fi.w1.wpa_supplicant1.InterfaceUnknow
 constexpr const char* kBlobUnknown = "fi.w1.wpa_supplicant1.BlobUnknown";
 // The daemon's object path for "no object".
 constexpr const char* kNoObject = "/";
-
-bool IsError(const DBus::Error& error, const char* name) {
-  return error.name() != nullptr && std::strcmp(error.name(), name) == 0;
-}
-
-DBus::Variant StringVariant(const std::string& text) {
-  DBus::Variant variant;
-  DBus::MessageIter writer = variant.writer();
-  writer << text;
-  return variant;
-}
 
 std::string FormatBssid(const std::vector<std::uint8_t>& bytes) {
   std::string text;
@@ -106,7 +96,7 @@ class InterfaceImpl : public Interface {
   bool IsScanning() override { return m_proxy.Scanning(); }
 
   // Results arrive later; callers poll IsScanning().
-  void Scan() override { m_proxy.Scan({{"Type", StringVariant("active")}}); }
+  void Scan() override { m_proxy.Scan({{"Type", corvo::MakeVariant<std::string>("active")}}); }
 
   bool HasNetworks() override { return !m_proxy.Networks().empty(); }
 
@@ -115,7 +105,7 @@ class InterfaceImpl : public Interface {
     try {
       m_proxy.RemoveBlob(name);
     } catch (const DBus::Error& error) {
-      if (!IsError(error, kBlobUnknown)) throw;
+      if (!corvo::HasErrorName(error, kBlobUnknown)) throw;
     }
     m_proxy.AddBlob(name, bytes);
   }
@@ -157,13 +147,13 @@ class SupplicantImpl : public Supplicant {
     try {
       return GetInterface(ifname);
     } catch (const DBus::Error& error) {
-      if (!IsError(error, kInterfaceUnknown)) throw;
+      if (!corvo::HasErrorName(error, kInterfaceUnknown)) throw;
     }
     const corvo::HardwareConfig* hardware = corvo::HardwareConfig::GetInstance();
     const std::optional<std::string> wired = hardware->GetEthernetInterface();
     const PropertySet args = {
-        {"Ifname", StringVariant(ifname)},
-        {"Driver", StringVariant(wired && *wired == ifname ? "wired" : hardware->WifiDriver())},
+        {"Ifname", corvo::MakeVariant<std::string>(ifname)},
+        {"Driver", corvo::MakeVariant<std::string>(wired && *wired == ifname ? "wired" : std::string(hardware->WifiDriver()))},
     };
     return std::make_shared<InterfaceImpl>(m_connection, m_proxy.CreateInterface(args));
   }
