@@ -29,10 +29,12 @@ void AddBlob(supplicant::Interface& interface, supplicant::PropertySet& properti
 }
 
 void SetCommon(supplicant::PropertySet& properties, const WifiSettings& settings,
-               const std::string& ciphers, const char* eap) {
+               const std::string& ciphers, const char* eap, bool wired) {
   if (settings.IsHidden()) properties["scan_ssid"] = IntProperty(1);
   properties["ssid"] = StringProperty("ssid", settings.ssid);
-  properties["key_mgmt"] = StringProperty("key_mgmt", "WPA-EAP");
+  // A wired port has no 4-way handshake to follow the EAP exchange: with
+  // WPA-EAP the supplicant would wait for one forever and never authorise.
+  properties["key_mgmt"] = StringProperty("key_mgmt", wired ? "IEEE8021X" : "WPA-EAP");
   properties["pairwise"] = StringProperty("pairwise", ciphers);
   properties["group"] = StringProperty("group", ciphers);
   properties["eap"] = StringProperty("eap", eap);
@@ -58,18 +60,29 @@ bool Guarded(const std::string& ifname, Build build) {
   return false;
 }
 
+// Nothing else ever joins a wired port: its network is selected as it is
+// added (the radio joins after its own scan).
+void Add(supplicant::Interface& interface, const supplicant::PropertySet& properties,
+         bool wired) {
+  if (wired) {
+    interface.AddAndSelectNetwork(properties);
+  } else {
+    interface.AddNetwork(properties);
+  }
+}
+
 }  // namespace
 
 bool BuildEapTlsNetwork(supplicant::Interface& interface, const std::string& ifname,
                         const WifiSettings& settings, const std::string& ciphers,
-                        CertificateIdentity& certificate) {
+                        CertificateIdentity& certificate, bool wired) {
   certificate = CertificateIdentity();
   return Guarded(ifname, [&] {
     Log("%s: EAP-TLS Private key found, using WPA/Enterprise\n", ifname);
     if (WifiDebug()) Log("%s: WPA/Enterprise: SSID %s\n", ifname, settings.ssid);
 
     supplicant::PropertySet properties;
-    SetCommon(properties, settings, ciphers, "TLS");
+    SetCommon(properties, settings, ciphers, "TLS", wired);
     // MD5 signatures stay allowed unless explicitly refused.
     properties["phase1"] = StringProperty("phase1", Md5Disabled(settings) ? "" : "tls_allow_md5=1");
 
@@ -116,13 +129,13 @@ bool BuildEapTlsNetwork(supplicant::Interface& interface, const std::string& ifn
       properties["private_key_passwd"] = StringProperty("private_key_passwd", settings.passphrase);
       if (WifiDebug()) Log("%s: WPA/Enterprise: Private key password present\n", ifname);
     }
-    interface.AddNetwork(properties);
+    Add(interface, properties, wired);
   });
 }
 
 bool BuildPeapNetwork(supplicant::Interface& interface, const std::string& ifname,
                       const WifiSettings& settings, const std::string& ciphers,
-                      bool time_is_set) {
+                      bool time_is_set, bool wired) {
   if (settings.identity.empty()) {
     Log("%s: EAP-PEAP/MSCHAPv2: No identity configured\n", ifname);
     return false;
@@ -130,7 +143,7 @@ bool BuildPeapNetwork(supplicant::Interface& interface, const std::string& ifnam
   return Guarded(ifname, [&] {
     if (WifiDebug()) Log("%s: Wifi EAP-PEAP: SSID %s\n", ifname, settings.ssid);
     supplicant::PropertySet properties;
-    SetCommon(properties, settings, ciphers, "PEAP");
+    SetCommon(properties, settings, ciphers, "PEAP", wired);
 
     std::string phase1 = "peaplabel=0";
     if (!time_is_set) {
@@ -161,7 +174,7 @@ bool BuildPeapNetwork(supplicant::Interface& interface, const std::string& ifnam
     properties["disabled"] = IntProperty(0);
     AddBlob(interface, properties, ifname, "ca_cert", settings.ca_certificate,
             "%s: WPA/Enterprise: CA cert is %d bytes\n");
-    interface.AddNetwork(properties);
+    Add(interface, properties, wired);
   });
 }
 

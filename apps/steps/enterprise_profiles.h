@@ -12,15 +12,16 @@ namespace corvo {
 
 // Adds the EAP-TLS network; the identity and activation time read from the
 // client certificate (or the PKCS#12 key) land in certificate. Supplicant
-// failures are reported here and give false.
+// failures are reported here and give false. wired: the network is for a
+// wired port (plain 802.1X, selected at once).
 bool BuildEapTlsNetwork(supplicant::Interface& interface, const std::string& ifname,
                         const WifiSettings& settings, const std::string& ciphers,
-                        CertificateIdentity& certificate);
+                        CertificateIdentity& certificate, bool wired = false);
 
 // Adds the PEAP/MSCHAPv2 network. Without a configured identity nothing is
 // added. time_is_set: whether the server certificate's dates can be checked.
 bool BuildPeapNetwork(supplicant::Interface& interface, const std::string& ifname,
                       const WifiSettings& settings, const std::string& ciphers,
-                      bool time_is_set);
+                      bool time_is_set, bool wired = false);
 
 }  // namespace corvo

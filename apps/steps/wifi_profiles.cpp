@@ -163,7 +163,7 @@ WifiNetworksResult ConfigureWifiNetworks(supplicant::Interface& interface,
 
   if (settings.UsesEapTls()) {
     CertificateIdentity certificate;
-    if (BuildEapTlsNetwork(interface, ifname, settings, ciphers, certificate)) {
+    if (BuildEapTlsNetwork(interface, ifname, settings, ciphers, certificate, wired)) {
       result.kind = WifiNetworkKind::kEapTls;
       result.added = 1;
       result.certificate_start = certificate.activation;
@@ -171,7 +171,7 @@ WifiNetworksResult ConfigureWifiNetworks(supplicant::Interface& interface,
     return result;
   }
   if (settings.UsesPeap()) {
-    if (BuildPeapNetwork(interface, ifname, settings, ciphers, time_is_set)) {
+    if (BuildPeapNetwork(interface, ifname, settings, ciphers, time_is_set, wired)) {
       Log("%s: PEAP/MSCHAPv2 enabled\n", ifname);
       result.kind = WifiNetworkKind::kPeap;
       result.added = 1;

@@ -145,9 +145,11 @@ TEST_F(Enterprise, EapTlsReadsTheIdentityFromAPkcs12Key) {
   Rendered expected = kEapTlsNetwork;
   expected.erase("client_cert");
   expected.erase("ca_cert");
+  expected["key_mgmt"] = "s:IEEE8021X";  // a wired port: no 4-way handshake follows
   EXPECT_EQ(interface.networks, std::vector<Rendered>{expected});
   EXPECT_EQ(interface.blobs.count("client_cert") + interface.blobs.count("ca_cert"), 0u);
   EXPECT_EQ(result.certificate_start, kActivation);
+  EXPECT_EQ(interface.calls.back(), "AddAndSelectNetwork");  // nothing else would select it
 
   settings.passphrase = "Pw-0000";
   const std::string wrong = Configure(settings, true, "eth0");

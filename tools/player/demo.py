@@ -8,10 +8,14 @@ else /work/main/build).  Needs root (namespaces); leaves nothing behind.
 """
 
 import argparse
+import base64
 import json
 import os
 import shlex
+import shutil
+import subprocess
 import sys
+import tempfile
 import time
 from pathlib import Path
 
@@ -158,6 +162,57 @@ def scene_no_ethernet():
         linkrig(player, "eth0", "start")
 
 
+DOT1X_PKI = """
+    set -e
+    openssl req -x509 -newkey rsa:2048 -nodes -keyout ca.key -out ca.pem -days 30 -subj /CN=demo-ca
+    openssl req -newkey rsa:2048 -nodes -keyout server.key -out server.csr -subj /CN=authenticator
+    openssl x509 -req -in server.csr -CA ca.pem -CAkey ca.key -CAcreateserial -out server.pem -days 30
+    openssl req -newkey rsa:2048 -nodes -keyout client.key -out client.csr -subj /CN=player-7
+    openssl x509 -req -in client.csr -CA ca.pem -CAkey ca.key -CAcreateserial -out client.pem -days 30
+"""
+HOSTAPD_WIRED = """interface=peer-eth0
+driver=wired
+ieee8021x=1
+eapol_version=2
+eap_server=1
+eap_user_file=/run/player/eap_users
+ca_cert=/run/player/ca.pem
+server_cert=/run/player/server.pem
+private_key=/run/player/server.key
+"""
+
+
+def scene_dot1x():
+    heading("Wired 802.1X: EAP-TLS against hostapd on the far end")
+    top = Path(tempfile.mkdtemp(prefix="demo-dot1x-"))
+    try:
+        subprocess.run(["sh", "-c", DOT1X_PKI], cwd=top, check=True, capture_output=True)
+        pki = {f.name: f.read_bytes() for f in top.iterdir()}
+    finally:
+        shutil.rmtree(top)
+    with Player(ports=("eth0",), hwvars={"VL_HWFLAGS": "0x10"}) as player:
+        for name in ("ca.pem", "server.pem", "server.key"):
+            player.write_file(f"/run/player/{name}", pki[name], mode=0o600)
+        player.write_file("/run/player/eap_users", '"player-7" TLS\n')
+        player.write_file("/run/player/hostapd.conf", HOSTAPD_WIRED)
+        player.lan.start_daemon("hostapd", ["hostapd", "/run/player/hostapd.conf"],
+                                ready="interface state UNINITIALIZED->ENABLED")
+        print("  far end: hostapd (driver wired, its own EAP server) on peer-eth0")
+        supplicant = player.start_supplicant()
+        print("  player: wpa_supplicant -u on the player's system bus")
+        stored = {key: "[base64]" + base64.b64encode(pki[name]).decode()
+                  for key, name in (("wa", "ca.pem"), ("wt", "client.pem"), ("wk", "client.key"))}
+        player.start_registry({".omba": stored})
+        print("  stored: CA certificate (wa), client certificate (wt), private key (wk)")
+        linkrig(player, "eth0", "start")
+        wait_for(lambda: player.supplicant_state("eth0") == "completed", timeout=20,
+                 what="802.1X to complete on eth0")
+        print(f"  supplicant state of eth0: {player.supplicant_state('eth0')}")
+        for line in supplicant.log().splitlines():
+            if "CTRL-EVENT-EAP" in line:
+                print(f"    {line}")
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--build-dir", help="build directory holding apps/linkrig/linkrig")
@@ -172,6 +227,7 @@ def main():
     scene_link_check()
     scene_wired_cycle()
     scene_no_ethernet()
+    scene_dot1x()
     print("\nAll players closed; nothing of them is left running.")
 
 

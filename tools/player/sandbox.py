@@ -47,6 +47,8 @@ MODEM_DIR = _init.RUN_DIR + "/modem"
 REGISTRY_STORE = _init.RUN_DIR + "/registry.json"
 REGISTRY_CALL = ["busctl", "--system", "call", "com.ombalabs.Registry", "/com/ombalabs/Registry",
                  "com.ombalabs.Registry"]
+SUPPLICANT_CALL = ["busctl", "--system", "get-property", "fi.w1.wpa_supplicant1",
+                   "/fi/w1/wpa_supplicant1", "fi.w1.wpa_supplicant1"]
 AVAHI_CONFIG = _init.RUN_DIR + "/avahi-daemon.conf"
 AVAHI_CONFIG_TEXT = """[server]
 use-ipv4=yes
@@ -596,6 +598,29 @@ class Player(_Side):
     def settings(self):
         """The registry's whole store as the service last wrote it."""
         return json.loads(self.read_file(REGISTRY_STORE))
+
+    # --- the supplicant ----------------------------------------------------------
+
+    def start_supplicant(self, args=()):
+        """Starts the real wpa_supplicant with its D-Bus service (-u) on the
+        player's bus; returns its Daemon, ready once it answers there.  Its
+        log holds the CTRL-EVENT lines of every interface it manages."""
+        return self.start_daemon(
+            "wpa_supplicant", ["wpa_supplicant", "-u"] + list(args),
+            ready=lambda p: p.run(SUPPLICANT_CALL + ["Interfaces"]).returncode == 0)
+
+    def supplicant_state(self, ifname):
+        """The supplicant's State of ifname ("completed", ...), or None when it
+        does not manage the interface."""
+        found = self.run(["busctl", "--system", "call", "fi.w1.wpa_supplicant1",
+                          "/fi/w1/wpa_supplicant1", "fi.w1.wpa_supplicant1",
+                          "GetInterface", "s", ifname])
+        if found.returncode != 0:
+            return None
+        path = found.stdout.split()[1].strip('"')
+        state = self.run(["busctl", "--system", "get-property", "fi.w1.wpa_supplicant1", path,
+                          "fi.w1.wpa_supplicant1.Interface", "State"], check=True)
+        return state.stdout.split()[1].strip('"')
 
     # --- zeroconf ----------------------------------------------------------------
 

@@ -1,0 +1,151 @@
+"""Wired 802.1X end to end: the real wpa_supplicant on the player's bus with the
+"wired" driver on eth0, against hostapd's own EAP server on the far end of the
+cable; and the wait for a port that shows up late or never."""
+
+import base64
+import shutil
+import subprocess
+import tempfile
+import threading
+import time
+from pathlib import Path
+
+import pytest
+
+from player import linkrig_path, wait_for
+
+pytestmark = [pytest.mark.usefixtures("linkrig_binary"),
+              pytest.mark.player(ports=("eth0",), hwvars={"VL_HWFLAGS": "0x10"})]
+
+BUILD = Path(linkrig_path()).parents[2]
+PASSPHRASE = "s3cret-Pass 42"
+WRONG = "not-the-password"
+AUTH_DEADLINE = 20.0
+FAR = "/run/dot1x"
+
+
+@pytest.fixture(scope="module")
+def pki():
+    """A CA, the far end's server certificate and a client certificate whose
+    key is locked with the passphrase, also as PKCS#12."""
+    top = Path(tempfile.mkdtemp(prefix="dot1x-"))
+    script = f"""
+        set -e
+        openssl req -x509 -newkey rsa:2048 -nodes -keyout ca.key -out ca.pem -days 30 -subj /CN=dot1x-ca
+        openssl req -newkey rsa:2048 -nodes -keyout server.key -out server.csr -subj /CN=authenticator
+        openssl x509 -req -in server.csr -CA ca.pem -CAkey ca.key -CAcreateserial -out server.pem -days 30
+        openssl req -newkey rsa:2048 -keyout client.key -passout 'pass:{PASSPHRASE}' -out client.csr -subj /CN=player-7
+        openssl x509 -req -in client.csr -CA ca.pem -CAkey ca.key -CAcreateserial -out client.pem -days 30
+        openssl pkcs12 -export -in client.pem -inkey client.key -passin 'pass:{PASSPHRASE}' \
+            -passout 'pass:{PASSPHRASE}' -out client.p12
+    """
+    try:
+        subprocess.run(["sh", "-c", script], cwd=top, check=True, capture_output=True)
+        yield {f.name: f.read_bytes() for f in top.iterdir()}
+    finally:
+        shutil.rmtree(top)
+
+
+def stored(data):
+    return "[base64]" + base64.b64encode(data).decode()
+
+
+def obfuscated(text):
+    return subprocess.run([str(BUILD / "tests" / "obfuscate_passphrase"), "A", text],
+                          check=True, capture_output=True, text=True).stdout.strip()
+
+
+def start_authenticator(player, pki):
+    player.makedirs(FAR)
+    for name in ("ca.pem", "server.pem", "server.key"):
+        player.write_file(f"{FAR}/{name}", pki[name], mode=0o600)
+    player.write_file(f"{FAR}/users", '"player-7" TLS\n"alice" PEAP\n'
+                      f'"alice" MSCHAPV2 "{PASSPHRASE}" [2]\n')
+    player.write_file(f"{FAR}/hostapd.conf", "\n".join([
+        "interface=peer-eth0", "driver=wired", "ieee8021x=1", "eapol_version=2",
+        "eap_server=1", f"eap_user_file={FAR}/users", f"ca_cert={FAR}/ca.pem",
+        f"server_cert={FAR}/server.pem", f"private_key={FAR}/server.key", ""]))
+    return player.lan.start_daemon("hostapd", ["hostapd", f"{FAR}/hostapd.conf"],
+                                   ready="interface state UNINITIALIZED->ENABLED")
+
+
+def link_state(player):
+    probe = player.run([BUILD / "tests" / "supplicant_probe", "link-state", "eth0"])
+    return probe.stdout.strip()
+
+
+CASES = {
+    "eap-tls-pem": lambda pki: {"wa": stored(pki["ca.pem"]), "wt": stored(pki["client.pem"]),
+                                "wk": stored(pki["client.key"]), "wp": obfuscated(PASSPHRASE)},
+    "eap-tls-pkcs12": lambda pki: {"wa": stored(pki["ca.pem"]), "wk": stored(pki["client.p12"]),
+                                   "wp": obfuscated(PASSPHRASE)},
+    "peap": lambda pki: {"ww": "peap", "wc": "alice", "wa": stored(pki["ca.pem"]),
+                         "wp": obfuscated(PASSPHRASE)},
+}
+
+
+@pytest.mark.parametrize("case", sorted(CASES))
+def test_authenticates_against_the_far_end(player, pki, case):
+    start_authenticator(player, pki)
+    supplicant = player.start_supplicant()
+    player.start_registry({".omba": CASES[case](pki)})
+    result = player.linkrig("eth0", "start")
+    assert result.returncode == 0, result.stderr
+    assert PASSPHRASE not in result.stdout + result.stderr
+    try:
+        wait_for(lambda: link_state(player) == "3", AUTH_DEADLINE, interval=0.2)
+    except TimeoutError:
+        pytest.fail(f"eth0 not authorised ({player.supplicant_state('eth0')}):\n"
+                    f"{supplicant.log()}\n{result.stderr}")
+    assert player.supplicant_state("eth0") == "completed"
+
+
+def test_wrong_peap_password_never_completes(player, pki):
+    start_authenticator(player, pki)
+    supplicant = player.start_supplicant()
+    player.start_registry({".omba": {"ww": "peap", "wc": "alice", "wp": obfuscated(WRONG),
+                                     "wa": stored(pki["ca.pem"])}})
+    result = player.linkrig("eth0", "start")
+    assert result.returncode == 0, result.stderr
+    assert WRONG not in result.stdout + result.stderr
+    wait_for(lambda: "CTRL-EVENT-EAP-FAILURE" in supplicant.log(), AUTH_DEADLINE, interval=0.2,
+             what="the far end to refuse the password")
+    deadline = time.monotonic() + 2.0
+    while time.monotonic() < deadline:
+        assert link_state(player) != "3"
+        time.sleep(0.2)
+    assert player.supplicant_state("eth0") != "completed"
+
+
+WAITING = "Waiting for interface to appear\n"
+
+
+# The wired port is known from the feature flags alone, so its start waits for
+# the port itself (the wireless one only counts once it exists).
+@pytest.mark.parametrize("late", [2.0, None], ids=["two-seconds-late", "never"])
+@pytest.mark.player(ports=("wlan0",), hwvars={"VL_HWFLAGS": "0x10"})
+def test_wired_port_that_appears_late(player, late):
+    player.start_registry({})
+    appear = None
+    if late is not None:
+        appear = threading.Timer(late, player.run, [["ip", "link", "add", "eth0", "type",
+                                                     "veth", "peer", "name", "eth0-far"]])
+        appear.start()
+    started = time.monotonic()
+    try:
+        result = player.linkrig("eth0", "start")
+    finally:
+        if appear is not None:
+            appear.join()
+    elapsed = time.monotonic() - started
+    if late is None:
+        # Polled twice a second for five seconds.
+        assert 9 <= result.stderr.count(WAITING) <= 11, result.stderr
+        assert 4.8 <= elapsed <= 7.0
+        assert result.returncode == 2
+        assert result.stderr.endswith(
+            "linkrig: EXCEPTION: InitialiseWifi(eth0): interface not present\n"), result.stderr
+    else:
+        assert 3 <= result.stderr.count(WAITING) <= 5, result.stderr
+        assert "interface not present" not in result.stderr
+        assert result.returncode == 0, result.stderr
