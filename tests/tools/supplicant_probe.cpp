@@ -25,6 +25,7 @@
 #include <fmt/format.h>
 
 #include "lib/hardware/hardware_config.h"
+#include "lib/platform/dbus_values.h"
 #include "lib/platform/supplicant.h"
 
 namespace {
@@ -46,14 +47,6 @@ std::string Hex(const std::string& bytes) {
   return text;
 }
 
-template <typename T>
-DBus::Variant MakeVariant(const T& value) {
-  DBus::Variant variant;
-  DBus::MessageIter writer = variant.writer();
-  writer << value;
-  return variant;
-}
-
 // KEY=TYPE:VALUE arguments from index 1 on.
 supplicant::PropertySet ParseProperties(const Args& args) {
   supplicant::PropertySet properties;
@@ -67,13 +60,13 @@ supplicant::PropertySet ParseProperties(const Args& args) {
     const std::string type = args[i].substr(equals + 1, colon - equals - 1);
     const std::string value = args[i].substr(colon + 1);
     if (type == "s") {
-      properties[key] = MakeVariant(value);
+      properties[key] = corvo::MakeVariant(value);
     } else if (type == "i") {
-      properties[key] = MakeVariant(static_cast<std::int32_t>(std::stol(value)));
+      properties[key] = corvo::MakeVariant(static_cast<std::int32_t>(std::stol(value)));
     } else if (type == "u") {
-      properties[key] = MakeVariant(static_cast<std::uint32_t>(std::stoul(value)));
+      properties[key] = corvo::MakeVariant(static_cast<std::uint32_t>(std::stoul(value)));
     } else if (type == "ay") {
-      properties[key] = MakeVariant(DecodeHex(value));
+      properties[key] = corvo::MakeVariant(DecodeHex(value));
     } else {
       throw std::invalid_argument("unknown type " + type);
     }
