@@ -48,8 +48,14 @@ def address(player, ifname, pattern):
 def assert_stops_everything(player, ifname):
     result = player.linkrig(ifname, "stop")
     assert result.returncode == 0, result.stderr
-    wait_for(lambda: not processes(player, "dhcpcd") and not processes(player, "udhcpd"),
-             timeout=5, what="dhcpcd and udhcpd to end")
+    # dhcpcd releases its lease before it exits, which takes a while on a loaded machine.
+    def gone():
+        return not processes(player, "dhcpcd") and not processes(player, "udhcpd")
+    try:
+        wait_for(gone, timeout=20, what="dhcpcd and udhcpd to end")
+    except TimeoutError:
+        left = player.run(["pgrep", "-a", "-x", "dhcpcd|udhcpd"]).stdout
+        raise AssertionError(f"still running after stop:\n{left}\nkmsg:\n{player.kmsg()}")
 
 
 @pytest.mark.parametrize("ifname", ["eth0", "eth1"])
