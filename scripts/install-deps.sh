@@ -16,14 +16,20 @@ PACKAGES=(
   # tests and the simulated player
   dbus-daemon python3-pytest python3-dbus python3-dbusmock python3-gi
   iproute2 util-linux procps psmisc kmod
-  dhcpcd-base udhcpd busybox iptables
+  dhcpcd-base udhcpd busybox-static iptables
   wpasupplicant hostapd avahi-daemon socat ppp
   gnutls-bin openssl
 )
-# `install-deps.sh armhf`: also the cross compiler, the emulator and debootstrap (scripts/armhf.sh).
-if [ "${1:-}" = armhf ]; then
-  PACKAGES+=(crossbuild-essential-armhf qemu-user debootstrap)
-fi
+# Extras by name: `armhf` adds the cross compiler, the emulator and debootstrap
+# (scripts/armhf.sh); `guest` the system emulator, a kernel with every feature
+# as modules and iw (tools/guest/run.sh); the static busybox above also serves its initramfs.
+for extra in "$@"; do
+  case $extra in
+    armhf) PACKAGES+=(crossbuild-essential-armhf qemu-user debootstrap) ;;
+    guest) PACKAGES+=(qemu-system-x86 linux-image-amd64 iw cpio) ;;
+    *) echo "install-deps: unknown extra $extra" >&2; exit 2 ;;
+  esac
+done
 
 missing=()
 for p in "${PACKAGES[@]}"; do

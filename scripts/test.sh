@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
-# Builds linkrig and runs every test: the optimised build, then the same
-# unit, registry and command tests again under AddressSanitizer and UBSan, then the unit
-# tests cross-built for the player's 32-bit ARM processor under qemu-arm.
+# Builds linkrig and runs every test: the optimised build (with the system
+# tests that need a full kernel, in a QEMU guest), then the same unit, registry
+# and command tests again under AddressSanitizer and UBSan, then the unit tests
+# cross-built for the player's 32-bit ARM processor under qemu-arm.
 source "$(dirname "$0")/common.sh"
+# What the guest-kernel tests and the armhf phase need, in the same apt run.
+bash "$ROOT/scripts/install-deps.sh" guest armhf
 
 configure_and_build "$BUILD/release" -DCMAKE_BUILD_TYPE=RelWithDebInfo
 ctest --test-dir "$BUILD/release" --output-on-failure -j2 --timeout 900

@@ -132,7 +132,7 @@ def setup_mounts(cfg):
     mount("sysfs", scratch, "sysfs", MS_NOSUID | MS_NODEV | MS_NOEXEC)
     mount("class", "/sys/class", "tmpfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, "mode=755")
     for name in os.listdir(scratch + "/class"):
-        if name == "leds" and cfg["leds"]:
+        if name == "leds":  # the player's own LEDs, or none; never the kernel's
             continue
         os.mkdir("/sys/class/" + name)
         mount(f"{scratch}/class/{name}", "/sys/class/" + name, None, MS_BIND)
