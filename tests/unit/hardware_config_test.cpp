@@ -8,6 +8,7 @@
 #include "lib/hardware/hardware_config.h"
 #include "lib/hardware/led_status.h"
 #include "lib/platform/network_ports.h"
+#include "tests/unit/private_kernel_log.h"
 
 namespace {
 
@@ -66,7 +67,7 @@ TEST(HardwareConfig, SingletonLifetime) {
     EXPECT_EQ(HardwareConfig::GetInstance(), &hw);
   }
   EXPECT_FALSE(HardwareConfig::Exists());
-  EXPECT_DEATH(HardwareConfig::GetInstance(),
+  EXPECT_DEATH((corvo::KeepKernelLogPrivate(), HardwareConfig::GetInstance()),
                "User space assert from process [0-9]+: lib/platform/singleton:[0-9]+: static T\\* "
                "corvo::Singleton<T>::GetInstance\\(\\) \\[with T = corvo::HardwareConfig\\]");
 }

@@ -15,6 +15,7 @@
 #include <string>
 
 #include "lib/platform/hex.h"
+#include "tests/unit/private_kernel_log.h"
 
 namespace corvo {
 namespace {
@@ -156,12 +157,14 @@ TEST(PassphraseDeathTest, ShortSaltFieldAborts) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   for (const std::size_t length : {17, 18, 31, 32}) {
     const std::string text = "A" + std::string(length - 1, 'a');
-    EXPECT_DEATH(UnobfuscatePassphrase(text, nullptr), "Assertion `salt_size == SALT_SIZE'")
+    EXPECT_DEATH((KeepKernelLogPrivate(), UnobfuscatePassphrase(text, nullptr)),
+                 "Assertion `salt_size == SALT_SIZE'")
         << length;
   }
   EVP::Cipher cipher(9, 3);
   const std::uint8_t salt[8] = {};
-  EXPECT_DEATH(ConfigureCipherFromSalt(cipher, salt, sizeof salt, nullptr, 0),
+  EXPECT_DEATH((KeepKernelLogPrivate(),
+                ConfigureCipherFromSalt(cipher, salt, sizeof salt, nullptr, 0)),
                "LHS: salt_size = 8\nRHS: SALT_SIZE = 16\n.*`salt_size==SALT_SIZE'");
 }
 

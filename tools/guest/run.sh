@@ -61,7 +61,8 @@ trap 'exit 130' INT TERM
 } > "$job/job.sh"
 
 started=$(date +%s)
-qemu-system-x86_64 -accel tcg,thread=multi,tb-size=64 -cpu max -m 1024 -smp 2 \
+# The emulator dies with this script, however it ends.
+setpriv --pdeathsig KILL -- qemu-system-x86_64 -accel tcg,thread=multi,tb-size=64 -cpu max -m 1024 -smp 2 \
   -display none -monitor none -serial "file:$job/console.log" -no-reboot -nic none \
   -kernel "/boot/vmlinuz-$kernel" -initrd "$initrd" \
   -append "console=ttyS0 panic=-1 quiet loglevel=4 linkrig.stage2=$here/stage2.sh" \
