@@ -172,6 +172,24 @@ def setup_dev():
     os.mkfifo(KMSG_FIFO)
     os.chmod(KMSG_FIFO, 0o622)
     write_text(KMSG_LOG, "")
+    # pppd needs /dev/ppp, where the kernel has the PPP driver.
+    major = char_major("ppp")
+    if major is not None:
+        os.mknod("/dev/ppp", 0o600 | stat.S_IFCHR, os.makedev(major, 0))
+
+
+def char_major(driver):
+    """The major number /proc/devices lists for a character device driver."""
+    with open("/proc/devices") as f:
+        section = ""
+        for line in f:
+            fields = line.split()
+            if len(fields) == 2 and fields[0].isdigit():
+                if section == "Character devices:" and fields[1] == driver:
+                    return int(fields[0])
+            elif line.strip():
+                section = line.strip()
+    return None
 
 
 def setup_boot_env(hwvars):

@@ -1,14 +1,16 @@
 """A Hayes modem on the far end of a terminal line, for dial-up tests.
 
-    modem_simulator.py LINE TRANSCRIPT [--dial ANSWER]
+    modem_simulator.py LINE TRANSCRIPT [--dial ANSWER] [--then COMMAND...]
 
 Opens the terminal LINE, puts it in raw mode and answers commands ended by a
 carriage return: "ATZ" and any other "AT..." command with "OK", "ATDT<number>"
 with ANSWER ("CONNECT" unless told otherwise; "BUSY", "NO CARRIER", ...), an
 empty command with nothing, anything else with "ERROR".  After "CONNECT" the
-line is in data mode and nothing more is answered.  Every command and its
-answer is appended to TRANSCRIPT as one JSON object per line.  Prints
-"ready" once it listens.
+line is in data mode: nothing more is answered, or with --then the simulator
+becomes COMMAND (everything after --then), which finds the line open as its
+standard input (a pppd answering the call; name LINE in its arguments).
+Every command and its answer is appended to TRANSCRIPT as one JSON object
+per line.  Prints "ready" once it listens.
 """
 
 import argparse
@@ -33,6 +35,7 @@ def main():
     parser.add_argument("line")
     parser.add_argument("transcript")
     parser.add_argument("--dial", default="CONNECT")
+    parser.add_argument("--then", nargs=argparse.REMAINDER, default=[])
     args = parser.parse_args()
 
     fd = os.open(args.line, os.O_RDWR | os.O_NOCTTY)
@@ -62,6 +65,11 @@ def main():
             if reply is not None:
                 os.write(fd, f"\r\n{reply}\r\n".encode())
             connected = reply == "CONNECT"
+        if connected and args.then:
+            # The line stays open through the exec: were it closed even for
+            # a moment, socat would see the hangup and end the line.
+            os.dup2(fd, 0)
+            os.execvp(args.then[0], args.then)
 
 
 if __name__ == "__main__":

@@ -64,6 +64,9 @@ AVAHI_CALL = ["busctl", "--system", "call", "org.freedesktop.Avahi", "/",
               "org.freedesktop.Avahi.Server"]
 PYTHON = "/usr/bin/python3"
 DEFAULT_TIMEOUT = 30.0
+# Deadlines for a player or a daemon to be ready: they cost nothing when things
+# are quick, and an emulated CPU on a loaded machine can take seconds.
+START_TIMEOUT = 15.0
 BASE_ENV = {
     "PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
     "LANG": "C",
@@ -202,6 +205,8 @@ class Modem:
     def __init__(self, player, line, transcript, daemons):
         self.player, self.line, self.transcript_path = player, line, transcript
         self.daemons = daemons
+        # With ppp: the answering pppd once the call is connected.
+        self.simulator = daemons[-1]
 
     def transcript(self):
         """[{"command": text, "answer": text or None}, ...] in order."""
@@ -277,7 +282,7 @@ class _Side:
         self.player._children.append(proc)
         return proc
 
-    def start_daemon(self, name, argv, ready=None, timeout=5.0, env=None):
+    def start_daemon(self, name, argv, ready=None, timeout=START_TIMEOUT, env=None):
         """Starts a long-running program and waits until it is ready:
         ready(player) is true, or, for a string, its output contains it.
         Fails, with the program's log, if it exits with an error or is not
@@ -327,7 +332,7 @@ class Player(_Side):
     close()).  See the module documentation."""
 
     def __init__(self, ports=("eth0",), hwvars=NO_HWVARS, leds=("ethernet", "wifi"),
-                 hostname="player", start_timeout=5.0):
+                 hostname="player", start_timeout=START_TIMEOUT):
         """ports: interface names of the veth ports; hwvars: boot environment
         variables, or None for no environment at all; leds: LED names under
         /sys/class/leds (empty: no LED class)."""
@@ -561,11 +566,14 @@ class Player(_Side):
 
     # --- modem -------------------------------------------------------------------
 
-    def start_modem(self, dial_answer="CONNECT"):
+    def start_modem(self, dial_answer="CONNECT", ppp=None):
         """Gives the player a modem: a pseudo-terminal pair joined by socat,
         one end linked as /dev/modem, the other answered by
         modem_simulator.py ("OK" to "ATZ", dial_answer to "ATDT...").
-        Returns a Modem."""
+        With ppp="FAR:NEAR" (two IPv4 addresses) the call is answered on the
+        lan: after "CONNECT" the simulator hands the line to a pppd there
+        that takes the address FAR and gives the caller NEAR (its log is the
+        modem's, LOG_DIR/modem.log).  Returns a Modem."""
         line = MODEM_DIR + "/line"
         transcript = MODEM_DIR + "/transcript"
         self.makedirs(MODEM_DIR)
@@ -573,9 +581,15 @@ class Player(_Side):
             "modem-socat",
             ["socat", "pty,link=/dev/modem,rawer,echo=0", f"pty,link={line},rawer,echo=0"],
             ready=lambda p: p.exists("/dev/modem") and p.exists(line))
-        simulator = self.start_daemon(
-            "modem", [PYTHON, MODEM_SIMULATOR, line, transcript, "--dial", dial_answer],
-            ready="ready")
+        argv = [PYTHON, MODEM_SIMULATOR, line, transcript, "--dial", dial_answer]
+        side = self
+        if ppp is not None:
+            # A line without modem control signals; the options on the
+            # command line override those of /etc/ppp/options.
+            argv += ["--then", "pppd", line, "115200", "noauth", "local", "nocrtscts", "nolock",
+                     "nodetach", ppp]
+            side = self.lan
+        simulator = side.start_daemon("modem", argv, ready="ready")
         return Modem(self, line, transcript, [link, simulator])
 
     # --- LEDs --------------------------------------------------------------------

@@ -1,0 +1,119 @@
+"""802.1Q VLAN sub-interfaces of eth0 on a kernel that has them: the real
+dhcpcd addresses the port and each VLAN, from busybox udhcpd on the far end
+(untagged and on VLAN 12) or from a VLAN's own static settings."""
+
+import json
+import re
+
+import pytest
+
+from player import wait_for
+
+pytestmark = [pytest.mark.usefixtures("linkrig_binary"),
+              pytest.mark.player(ports=("eth0",), hwvars={"VL_HWFLAGS": "0x10"})]
+
+STEADY_ON = {"trigger": "none", "brightness": "255"}
+
+
+@pytest.fixture
+def player(player):
+    # Probing each new address by ARP costs dhcpcd about five seconds a lease.
+    player.write_file("/etc/dhcpcd.conf", "noarp\n", append=True)
+    return player
+
+
+def linkrig(player, action):
+    result = player.linkrig("eth0", action)
+    assert result.returncode == 0, result.stderr
+    assert "Unable" not in result.stderr and "Failed" not in result.stderr, result.stderr
+    return result
+
+
+def vlans(player):
+    """{name: VLAN id} of the VLAN links on eth0, from the kernel."""
+    links = json.loads(player.run(["ip", "-j", "-d", "link", "show"], check=True).stdout)
+    found = {}
+    for link in links:
+        info = link.get("linkinfo", {})
+        if info.get("info_kind") == "vlan":
+            assert (link["link"], info["info_data"]["protocol"]) == ("eth0", "802.1Q"), link
+            found[link["ifname"]] = info["info_data"]["id"]
+    return found
+
+
+def addresses(player, ifname):
+    text = player.run(["ip", "-4", "-o", "addr", "show", "dev", ifname], check=True).stdout
+    return [re.sub(r"\s+", " ", line.split(" inet ", 1)[1].split("\\")[0]).strip()
+            for line in text.splitlines()]
+
+
+def leased(player, ifname, subnet):
+    found = addresses(player, ifname)
+    return any(re.fullmatch(rf"{re.escape(subnet)}\.1[0-4]\d/24 brd \S+ scope global dynamic.*", a)
+               for a in found) and found
+
+
+def dhcp_clients(player):
+    """Interfaces with a running dhcpcd (its main process names just the one)."""
+    text = player.run(["pgrep", "-a", "-x", "dhcpcd"]).stdout
+    return set(re.findall(r"^\d+ dhcpcd: ([^\s\[]\S*) ", text, re.M))
+
+
+def wait_clients(player, expected):
+    # dhcpcd releases its lease before it ends.
+    try:
+        wait_for(lambda: dhcp_clients(player) == expected, timeout=20, what=f"dhcpcd on {expected}")
+    except TimeoutError:
+        raise AssertionError(f"dhcpcd runs on {dhcp_clients(player)}, expected {expected}")
+
+
+def serve(player, peer, subnet):
+    base = "/run/player/" + peer.replace(".", "-")
+    player.write_file(base + ".conf", f"interface {peer}\nstart {subnet}.100\nend {subnet}.149\n"
+                                      f"pidfile {base}.pid\nlease_file {base}.leases\n"
+                                      "option subnet 255.255.255.0\n")
+    player.lan.start_daemon(peer, ["busybox", "udhcpd", "-f", base + ".conf"])
+
+
+def test_vlans_follow_the_stored_list(player):
+    player.start_registry({".omba": {"hn": "player", "vlans": "12,0,12,5000"},
+                           ".net.eth0.7": {"ip": "c0a83901", "nm": "ffffff80"}})  # 192.168.57.1/25
+    # The far end: DHCP untagged and on VLAN 12, a static neighbour on VLAN 7.
+    player.lan.run(["ip", "-batch", "-"], check=True, input="""\
+link add link peer-eth0 name peer-eth0.12 type vlan id 12
+link add link peer-eth0 name peer-eth0.7 type vlan id 7
+link set peer-eth0.12 up
+link set peer-eth0.7 up
+addr add 192.168.50.1/24 dev peer-eth0
+addr add 192.168.52.1/24 dev peer-eth0.12
+addr add 192.168.57.2/25 dev peer-eth0.7
+""")
+    serve(player, "peer-eth0", "192.168.50")
+    serve(player, "peer-eth0.12", "192.168.52")
+
+    linkrig(player, "start")
+    assert vlans(player) == {"eth0.12": 12}  # 12 once, 5000 out of range
+    wait_for(lambda: leased(player, "eth0", "192.168.50"), timeout=30, what="the lease of eth0")
+    wait_for(lambda: leased(player, "eth0.12", "192.168.52"), timeout=30,
+             what="the lease of eth0.12")
+    assert player.link_state("eth0")["up"] and player.link_state("eth0.12")["up"]
+    assert dhcp_clients(player) == {"eth0", "eth0.12"}
+    # The leases came after start had set the LED; update looks again.
+    linkrig(player, "update")
+    assert player.led("ethernet") == STEADY_ON
+
+    # Its stop half takes eth0.12 and both clients away.
+    player.set_setting(".omba", "vlans", "7")
+    linkrig(player, "reconfigure")
+    assert vlans(player) == {"eth0.7": 7}
+    wait_clients(player, {"eth0.7"})
+    wait_for(lambda: addresses(player, "eth0.7"), timeout=20, what="the address of eth0.7")
+    assert addresses(player, "eth0.7") == [
+        "192.168.57.1/25 brd 192.168.57.127 scope global noprefixroute eth0.7"]
+    # Frames tagged 7 reach it from the far end.
+    ping = player.lan.run(["busybox", "ping", "-c", "1", "-W", "10", "192.168.57.1"])
+    assert ping.returncode == 0, ping.stdout + ping.stderr
+
+    linkrig(player, "stop")
+    assert vlans(player) == {}
+    wait_clients(player, set())
