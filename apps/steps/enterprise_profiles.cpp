@@ -61,7 +61,7 @@ bool Guarded(const std::string& ifname, Build build) {
 }
 
 // Nothing else ever joins a wired port: its network is selected as it is
-// added (the radio joins after its own scan).
+// added (the radio joins after the scan that the bring-up asks for).
 void Add(supplicant::Interface& interface, const supplicant::PropertySet& properties,
          bool wired) {
   if (wired) {

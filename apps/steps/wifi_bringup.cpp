@@ -12,6 +12,7 @@
 #include "apps/steps/wifi_settings.h"
 #include "lib/hardware/hardware_config.h"
 #include "lib/hardware/led_status.h"
+#include "lib/platform/dbus_values.h"
 #include "lib/platform/interface_reader.h"
 #include "lib/platform/log.h"
 
@@ -49,6 +50,16 @@ void ClearWiredNetworks(const std::string& ifname, const WifiBringupContext& con
       if (std::strcmp(name, nothing) == 0) return;
     }
     throw;
+  }
+}
+
+// An idle supplicant does not scan on its own: networks just added would wait
+// for a scan that nobody asks for. A scan already under way serves as well.
+void StartScan(supplicant::Interface& interface) {
+  try {
+    interface.Scan();
+  } catch (const DBus::Error& e) {
+    if (!HasErrorName(e, "fi.w1.wpa_supplicant1.Interface.ScanError")) throw;
   }
 }
 
@@ -155,6 +166,7 @@ int ConfigureWifiOrDot1x(LedNetworkStatusObserver* observer,
       if (!interface) throw std::runtime_error("no supplicant interface");
       result = ConfigureWifiNetworks(*interface, ifname, settings, !wifi,
                                      context.system_clock.TimeIsSet());
+      if (wifi && result.added > 0) StartScan(*interface);
     }
   } catch (const std::exception& e) {
     Log("Failed to initiate %s network join: %s\n", mode, e.what());

@@ -2,69 +2,29 @@
 "wired" driver on eth0, against hostapd's own EAP server on the far end of the
 cable; and the wait for a port that shows up late or never."""
 
-import base64
-import shutil
-import subprocess
-import tempfile
 import threading
 import time
 from pathlib import Path
 
 import pytest
 
+from pki import PASSPHRASE, eap_server, eap_tls_pkcs12_settings, eap_tls_settings, \
+    peap_settings, pki  # noqa: F401
 from player import linkrig_path, wait_for
 
 pytestmark = [pytest.mark.usefixtures("linkrig_binary"),
               pytest.mark.player(ports=("eth0",), hwvars={"VL_HWFLAGS": "0x10"})]
 
 BUILD = Path(linkrig_path()).parents[2]
-PASSPHRASE = "s3cret-Pass 42"
 WRONG = "not-the-password"
 AUTH_DEADLINE = 20.0
 FAR = "/run/dot1x"
 
 
-@pytest.fixture(scope="module")
-def pki():
-    """A CA, the far end's server certificate and a client certificate whose
-    key is locked with the passphrase, also as PKCS#12."""
-    top = Path(tempfile.mkdtemp(prefix="dot1x-"))
-    script = f"""
-        set -e
-        openssl req -x509 -newkey rsa:2048 -nodes -keyout ca.key -out ca.pem -days 30 -subj /CN=dot1x-ca
-        openssl req -newkey rsa:2048 -nodes -keyout server.key -out server.csr -subj /CN=authenticator
-        openssl x509 -req -in server.csr -CA ca.pem -CAkey ca.key -CAcreateserial -out server.pem -days 30
-        openssl req -newkey rsa:2048 -keyout client.key -passout 'pass:{PASSPHRASE}' -out client.csr -subj /CN=player-7
-        openssl x509 -req -in client.csr -CA ca.pem -CAkey ca.key -CAcreateserial -out client.pem -days 30
-        openssl pkcs12 -export -in client.pem -inkey client.key -passin 'pass:{PASSPHRASE}' \
-            -passout 'pass:{PASSPHRASE}' -out client.p12
-    """
-    try:
-        subprocess.run(["sh", "-c", script], cwd=top, check=True, capture_output=True)
-        yield {f.name: f.read_bytes() for f in top.iterdir()}
-    finally:
-        shutil.rmtree(top)
-
-
-def stored(data):
-    return "[base64]" + base64.b64encode(data).decode()
-
-
-def obfuscated(text):
-    return subprocess.run([str(BUILD / "tests" / "obfuscate_passphrase"), "A", text],
-                          check=True, capture_output=True, text=True).stdout.strip()
-
-
 def start_authenticator(player, pki):
-    player.makedirs(FAR)
-    for name in ("ca.pem", "server.pem", "server.key"):
-        player.write_file(f"{FAR}/{name}", pki[name], mode=0o600)
-    player.write_file(f"{FAR}/users", '"player-7" TLS\n"alice" PEAP\n'
-                      f'"alice" MSCHAPV2 "{PASSPHRASE}" [2]\n')
-    player.write_file(f"{FAR}/hostapd.conf", "\n".join([
-        "interface=peer-eth0", "driver=wired", "ieee8021x=1", "eapol_version=2",
-        "eap_server=1", f"eap_user_file={FAR}/users", f"ca_cert={FAR}/ca.pem",
-        f"server_cert={FAR}/server.pem", f"private_key={FAR}/server.key", ""]))
+    lines = ["interface=peer-eth0", "driver=wired", "ieee8021x=1", "eapol_version=2"]
+    lines += eap_server(player.lan, FAR, pki)
+    player.write_file(f"{FAR}/hostapd.conf", "\n".join(lines + [""]))
     return player.lan.start_daemon("hostapd", ["hostapd", f"{FAR}/hostapd.conf"],
                                    ready="interface state UNINITIALIZED->ENABLED")
 
@@ -74,14 +34,8 @@ def link_state(player):
     return probe.stdout.strip()
 
 
-CASES = {
-    "eap-tls-pem": lambda pki: {"wa": stored(pki["ca.pem"]), "wt": stored(pki["client.pem"]),
-                                "wk": stored(pki["client.key"]), "wp": obfuscated(PASSPHRASE)},
-    "eap-tls-pkcs12": lambda pki: {"wa": stored(pki["ca.pem"]), "wk": stored(pki["client.p12"]),
-                                   "wp": obfuscated(PASSPHRASE)},
-    "peap": lambda pki: {"ww": "peap", "wc": "alice", "wa": stored(pki["ca.pem"]),
-                         "wp": obfuscated(PASSPHRASE)},
-}
+CASES = {"eap-tls-pem": eap_tls_settings, "eap-tls-pkcs12": eap_tls_pkcs12_settings,
+         "peap": peap_settings}
 
 
 @pytest.mark.parametrize("case", sorted(CASES))
@@ -103,8 +57,7 @@ def test_authenticates_against_the_far_end(player, pki, case):
 def test_wrong_peap_password_never_completes(player, pki):
     start_authenticator(player, pki)
     supplicant = player.start_supplicant()
-    player.start_registry({".omba": {"ww": "peap", "wc": "alice", "wp": obfuscated(WRONG),
-                                     "wa": stored(pki["ca.pem"])}})
+    player.start_registry({".omba": peap_settings(pki, password=WRONG)})
     result = player.linkrig("eth0", "start")
     assert result.returncode == 0, result.stderr
     assert WRONG not in result.stdout + result.stderr

@@ -53,7 +53,10 @@ class FakeInterface : public Interface {
   SignalInfo GetSignalInfo() override { return {}; }
   std::string GetState() override { return "disconnected"; }
   bool IsScanning() override { return false; }
-  void Scan() override { calls.push_back("Scan"); }
+  void Scan() override {
+    calls.push_back("Scan");
+    if (scan_error) scan_error();
+  }
   bool HasNetworks() override { return !networks.empty(); }
   void SetBlob(const std::string& name, const std::vector<std::uint8_t>& bytes) override {
     calls.push_back("SetBlob " + name);
@@ -68,6 +71,7 @@ class FakeInterface : public Interface {
   // Called before a network or blob is taken; throw to fail the call.
   std::function<void(std::size_t)> add_network_error;
   std::function<void(const std::string&)> set_blob_error;
+  std::function<void()> scan_error;
 
  private:
   void Add(const char* call, const PropertySet& properties) {

@@ -132,6 +132,29 @@ TEST_F(WifiBringup, JoinThatCannotStartIsReportedAndFailsTheBringUp) {
   EXPECT_EQ(log.rfind("Failed to initiate Wired 802.1x network join: ", 0), 0u) << log;
 }
 
+TEST_F(WifiBringup, WirelessJoinStartsWithAScan) {
+  EXPECT_EQ(Configure("wlan0"), 0);
+  const auto wlan0 = supplicant->interfaces.at("wlan0");
+  EXPECT_EQ(wlan0->calls, (std::vector<std::string>{"RemoveAllNetworks", "AddNetwork", "Scan"}));
+
+  // One already under way does as well; any other refusal fails the join.
+  wlan0->scan_error = [] {
+    throw DBus::Error("fi.w1.wpa_supplicant1.Interface.ScanError", "Scan request rejected");
+  };
+  EXPECT_EQ(Configure("wlan0"), 0);
+  wlan0->scan_error = [] { throw DBus::Error("fi.w1.wpa_supplicant1.UnknownError", "gone"); };
+  EXPECT_EQ(Configure("wlan0"), 1);
+  EXPECT_EQ(log, kDefaults + "Failed to initiate WiFi network join: gone\n");
+
+  registry.Set(".omba1", "wi", "");  // nothing to join
+  wlan0->calls.clear();
+  EXPECT_EQ(Configure("wlan0"), 0);
+  EXPECT_EQ(wlan0->calls, std::vector<std::string>{"RemoveAllNetworks"});
+  WiredPeap();  // selected as it is added
+  EXPECT_EQ(Configure("eth0"), 0);
+  EXPECT_EQ(supplicant->interfaces.at("eth0")->calls.back(), "AddAndSelectNetwork");
+}
+
 TEST_F(WifiBringup, NfsRootAndOtherPortsLeaveTheSupplicantAloneButNotWlan0) {
   fake.network.nfs_root = true;
   WiredPeap();

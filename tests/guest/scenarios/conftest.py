@@ -11,6 +11,7 @@ ROOT = Path(__file__).resolve().parents[3]
 sys.path[:0] = [str(ROOT / "tools"), str(ROOT / "tests" / "support")]
 
 from player.fixtures import linkrig_binary, make_player, player, pytest_configure  # noqa: E402,F401
+from player.radios import Radios  # noqa: E402
 
 
 def in_guest():
@@ -22,5 +23,22 @@ def pytest_collection_modifyitems(config, items):
     if in_guest():
         return
     skip = pytest.mark.skip(reason="needs the guest kernel: run through tools/guest/run.sh")
+    here = Path(__file__).parent
     for item in items:
-        item.add_marker(skip)
+        if here in Path(item.fspath).parents:
+            item.add_marker(skip)
+
+
+@pytest.fixture
+def wifi_player(make_player):
+    """A player whose wlan0 is a simulated radio, with a second radio as
+    "air0" on its lan (both in player.radios); the radios go with the test."""
+    with Radios(2) as radios:
+        player = make_player(ports=("eth0",), hwvars={"VL_HWFLAGS": "0x10"})
+        radios.give(player, 0, "wlan0")
+        radios.give(player.lan, 1, "air0")
+        # Probing each new address by ARP costs dhcpcd seconds a lease.
+        player.write_file("/etc/dhcpcd.conf", "noarp\n", append=True)
+        player.radios = radios
+        yield player
+        player.close()

@@ -1,0 +1,92 @@
+"""The player as a WiFi access point: linkrig makes the real wpa_supplicant
+run one on the player's simulated radio and serves addresses on it with
+udhcpd; a station on a second radio on the lan joins and takes a lease."""
+
+import json
+import re
+from pathlib import Path
+
+import pytest
+
+from pki import obfuscated
+from player import linkrig_path
+
+pytestmark = pytest.mark.usefixtures("linkrig_binary")
+
+SSID = "Player AP"
+AIR = "/run/air"
+SETTINGS = {"wi": SSID, "wm": "1", "wf": "2412", "ip": "c0a84e01", "nm": "ffffff00",
+            "dh": "c0a84e64:c0a84e6e"}  # 192.168.78.1/24, leases .100 to .110
+SUPPLICANT = ["busctl", "--system", "--json=short", "get-property", "fi.w1.wpa_supplicant1"]
+
+
+def current_network(player):
+    """The Properties of the supplicant's current network on wlan0."""
+    found = player.run(["busctl", "--system", "call", "fi.w1.wpa_supplicant1",
+                        "/fi/w1/wpa_supplicant1", "fi.w1.wpa_supplicant1", "GetInterface",
+                        "s", "wlan0"], check=True)
+    interface = found.stdout.split()[1].strip('"')
+    network = json.loads(player.run(SUPPLICANT + [interface, "fi.w1.wpa_supplicant1.Interface",
+                                                  "CurrentNetwork"], check=True).stdout)["data"]
+    assert network != "/", "wlan0 has no current network: no access point runs"
+    properties = json.loads(player.run(SUPPLICANT + [network, "fi.w1.wpa_supplicant1.Network",
+                                                     "Properties"], check=True).stdout)["data"]
+    return {key: value["data"] for key, value in properties.items()}
+
+
+def join_from_the_lan(player, name, passphrase):
+    """A station on air0 (its own wpa_supplicant, off the bus) joins; returns
+    what its DHCP client says."""
+    security = f'key_mgmt=WPA-PSK\n  psk="{passphrase}"' if passphrase else "key_mgmt=NONE"
+    player.makedirs(AIR)
+    player.write_file(f"{AIR}/{name}.conf",
+                      f'network={{\n  ssid="{SSID}"\n  {security}\n  scan_freq=2412\n}}\n')
+    station = player.lan.start_daemon(
+        name, ["wpa_supplicant", "-i", "air0", "-D", "nl80211", "-c", f"{AIR}/{name}.conf"],
+        ready="CTRL-EVENT-CONNECTED", timeout=20)
+    stations = player.run(["iw", "dev", "wlan0", "station", "dump"], check=True).stdout
+    assert f"Station {player.radios[1].address} (on wlan0)" in stations, stations
+    client = player.lan.run(["busybox", "udhcpc", "-i", "air0", "-f", "-q", "-n",
+                             "-t", "5", "-T", "1", "-s", "/bin/true"])
+    station.stop()
+    return client.stderr
+
+
+def assert_access_point(player, passphrase):
+    network = current_network(player)
+    assert (network["mode"], network["frequency"], network["ssid"]) == ("2", "2412", f'"{SSID}"')
+    assert network["key_mgmt"] == ("WPA-PSK" if passphrase else "NONE")
+    info = player.run(["iw", "dev", "wlan0", "info"], check=True).stdout
+    assert "type AP" in info and "channel 1 (2412 MHz)" in info and f"ssid {SSID}\n" in info, info
+    assert player.run(["pgrep", "-x", "udhcpd"]).stdout.strip() == \
+        player.read_file("/var/run/udhcpd-wlan0.pid").strip()
+
+
+LEASE = r"lease of 192\.168\.78\.1(0\d|10) obtained from 192\.168\.78\.1,"
+
+
+def test_serves_stations_on_the_lan(wifi_player):
+    player = wifi_player
+    player.start_supplicant()
+    player.start_registry({".omba1": SETTINGS})
+    result = player.linkrig("wlan0", "start")
+    assert result.returncode == 0, result.stderr
+    assert "Starting DHCP server for 'wlan0'\n" in result.stderr
+    assert "Failed" not in result.stderr, result.stderr
+    assert_access_point(player, None)
+    # The LED was set once the server ran; the supplicant reports an access point.
+    assert player.led("wifi") == {"trigger": "none", "brightness": "255"}
+    probe = Path(linkrig_path()).parents[2] / "tests" / "supplicant_probe"
+    assert player.run([probe, "link-state", "wlan0"], check=True).stdout.strip() == "4"
+
+    lease = join_from_the_lan(player, "open-station", None)
+    assert re.search(LEASE, lease), lease
+
+    # With a passphrase stored the access point comes back with WPA-PSK.
+    passphrase = "air-Pass 42"
+    player.set_setting(".omba1", "wp", obfuscated(passphrase))
+    result = player.linkrig("wlan0", "reconfigure")
+    assert result.returncode == 0 and "Failed" not in result.stderr, result.stderr
+    assert_access_point(player, passphrase)
+    lease = join_from_the_lan(player, "psk-station", passphrase)
+    assert re.search(LEASE, lease), lease

@@ -1,0 +1,118 @@
+"""The player as a WiFi station on a simulated radio: the real wpa_supplicant,
+driven by linkrig over D-Bus, joins hostapd on a second radio on the lan,
+dhcpcd gets its lease over the air, and the wireless LED follows."""
+
+import re
+
+import pytest
+
+from pki import eap_server, eap_tls_settings, obfuscated, peap_settings, pki  # noqa: F401
+from player import wait_for
+
+pytestmark = pytest.mark.usefixtures("linkrig_binary")
+
+SSID = "Lab Air"
+PSK = "air-Pass 42"
+AIR = "/run/air"
+DEADLINE = 20.0
+STEADY_ON = {"trigger": "none", "brightness": "255"}
+
+ENTERPRISE = ["wpa=2", "wpa_key_mgmt=WPA-EAP", "rsn_pairwise=CCMP", "ieee8021x=1"]
+# The access point's hostapd.conf lines and the player's stored settings.
+KINDS = {
+    "open": (lambda pki, lan: [], lambda pki: {}),
+    "wpa2-psk": (lambda pki, lan: ["wpa=2", "wpa_key_mgmt=WPA-PSK", "rsn_pairwise=CCMP",
+                                   f"wpa_passphrase={PSK}"],
+                 lambda pki: {"wp": obfuscated(PSK)}),
+    "eap-tls": (lambda pki, lan: ENTERPRISE + eap_server(lan, AIR, pki), eap_tls_settings),
+    "peap": (lambda pki, lan: ENTERPRISE + eap_server(lan, AIR, pki), peap_settings),
+}
+
+
+def blinking(on):
+    return {"trigger": "timer", "brightness": "255", "delay_on": str(on),
+            "delay_off": str(1000 - on)}
+
+
+def start_access_point(player, lines):
+    player.makedirs(AIR)
+    player.write_file(f"{AIR}/hostapd.conf", "\n".join(
+        ["interface=air0", "driver=nl80211", f"ssid={SSID}", "hw_mode=g", "channel=1"]
+        + lines + [""]))
+    return player.lan.start_daemon("hostapd", ["hostapd", f"{AIR}/hostapd.conf"],
+                                   ready="AP-ENABLED")
+
+
+def serve_addresses(player):
+    player.lan.run(["ip", "addr", "add", "192.168.77.1/24", "dev", "air0"], check=True)
+    player.write_file(f"{AIR}/udhcpd.conf",
+                      "interface air0\nstart 192.168.77.100\nend 192.168.77.120\n"
+                      f"pidfile {AIR}/udhcpd.pid\nlease_file {AIR}/udhcpd.leases\n"
+                      "option subnet 255.255.255.0\n")
+    player.lan.start_daemon("air-udhcpd", ["busybox", "udhcpd", "-f", f"{AIR}/udhcpd.conf"])
+
+
+def linkrig(player, action):
+    result = player.linkrig("wlan0", action)
+    assert result.returncode == 0, result.stderr
+    assert "Failed" not in result.stderr, result.stderr
+    return result
+
+
+def wait_connected(player, supplicant):
+    try:
+        wait_for(lambda: "wlan0: CTRL-EVENT-CONNECTED" in supplicant.log(), DEADLINE,
+                 what="wlan0 to join")
+    except TimeoutError:
+        pytest.fail(f"wlan0 {player.supplicant_state('wlan0')}:\n{supplicant.log()}")
+    assert player.supplicant_state("wlan0") == "completed"
+
+
+def addresses(player):
+    text = player.run(["ip", "-4", "addr", "show", "wlan0"], check=True).stdout
+    return re.findall(r"inet (\S+)", text)
+
+
+@pytest.mark.parametrize("kind", sorted(KINDS))
+def test_joins_and_gets_a_lease_over_the_air(wifi_player, pki, kind):
+    player = wifi_player
+    ap_lines, settings = KINDS[kind]
+    access_point = start_access_point(player, ap_lines(pki, player.lan))
+    serve_addresses(player)
+    supplicant = player.start_supplicant()
+    player.start_registry({".omba1": dict(wi=SSID, **settings(pki))})
+    linkrig(player, "start")
+    wait_connected(player, supplicant)
+    wait_for(lambda: any(a.startswith("192.168.77.1") for a in addresses(player)), DEADLINE,
+             interval=0.1, what="a lease over the air")
+
+    station, ap = player.radios[0].address, player.radios[1].address
+    link = player.run(["iw", "dev", "wlan0", "link"], check=True).stdout
+    assert f"Connected to {ap}" in link and f"SSID: {SSID}\n" in link, link
+    log = access_point.log()
+    assert f"AP-STA-CONNECTED {station}" in log, log
+    if kind != "open":
+        assert f"EAPOL-4WAY-HS-COMPLETED {station}" in log, log
+    if kind in ("eap-tls", "peap"):
+        assert f"CTRL-EVENT-EAP-SUCCESS {station}" in log, log
+    linkrig(player, "update")
+    assert player.led("wifi") == STEADY_ON
+
+
+def test_led_blinks_until_associated_and_addressed(wifi_player):
+    player = wifi_player
+    start_access_point(player, [])  # no DHCP server behind it
+    supplicant = player.start_supplicant()
+    player.start_registry({".omba1": {"wi": "Nobody Here"}})
+    linkrig(player, "start")
+    linkrig(player, "update")
+    assert player.supplicant_state("wlan0") in ("scanning", "disconnected", "inactive")
+    assert player.led("wifi") == blinking(100)
+    assert "Not connected" in player.run(["iw", "dev", "wlan0", "link"], check=True).stdout
+
+    player.set_setting(".omba1", "wi", SSID)
+    linkrig(player, "reconfigure")
+    wait_connected(player, supplicant)
+    linkrig(player, "update")
+    assert player.led("wifi") == blinking(500)
+    assert not [a for a in addresses(player) if not a.startswith("169.254.")]
