@@ -23,9 +23,7 @@ SERVER = {"dh": "c0a83c64:c0a83c6e", "dhgw": "c0a83c01", "dhdn": "08080808",
 
 @pytest.fixture
 def player(player):
-    # Probing each new address by ARP costs dhcpcd about five seconds a start;
-    # nothing else on these wires could hold the address.
-    player.write_file("/etc/dhcpcd.conf", "noarp\n", append=True)
+    player.skip_address_probing()
     return player
 
 

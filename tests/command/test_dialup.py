@@ -62,18 +62,6 @@ def calls(p):
     return [json.loads(line) for line in p.read_file(CALLS).splitlines()]
 
 
-def pppd_processes(p):
-    found = []
-    for entry in p.listdir("/proc"):
-        try:
-            stat = p.read_file(f"/proc/{entry}/stat") if entry.isdigit() else ""
-        except OSError:
-            continue
-        if "(pppd) " in stat and stat.rpartition(")")[2].split()[0] != "Z":
-            found.append(int(entry))
-    return found
-
-
 def dial_up_player(make_player, settings, ports=("eth0",), modem=True):
     p = make_player(ports=ports)
     p.makedirs("/var/volatile/etc")
@@ -108,16 +96,16 @@ def test_start_detaches_and_start_again_replaces(make_player):
     assert first["fds"] == {"0": "/dev/kmsg", "1": "/dev/kmsg", "2": "/dev/kmsg"}
     assert int(first["blocked"], 16) == 0  # linkrig itself blocks SIGHUP
     assert p.read_file(PID_FILE) == str(first["pid"])
-    assert pppd_processes(p) == [first["pid"]]  # outlives linkrig
+    assert p.pids("pppd") == [first["pid"]]  # outlives linkrig
 
     assert p.linkrig("ppp0", "init").returncode == 0
     second = wait_for(lambda: calls(p)[1:], what="second pppd")[0]
     assert p.read_file(PID_FILE) == str(second["pid"])
-    wait_for(lambda: pppd_processes(p) == [second["pid"]], what="only the new pppd")
+    wait_for(lambda: p.pids("pppd") == [second["pid"]], what="only the new pppd")
 
     result = p.linkrig("ppp0", "stop")
     assert (result.returncode, result.stderr) == (0, "linkrig: ppp0 stop\n")
-    assert pppd_processes(p) == [] and not p.exists(PID_FILE)
+    assert p.pids("pppd") == [] and not p.exists(PID_FILE)
 
 
 def test_stop_kills_pppd_that_ignores_sigterm(make_player):
@@ -130,7 +118,7 @@ def test_stop_kills_pppd_that_ignores_sigterm(make_player):
     assert time.monotonic() - started >= 5.0
     assert f"PID {pid} didn't exit from signal 15. Trying harder.\n" in result.stderr
     assert result.returncode == 0
-    assert pid not in pppd_processes(p)
+    assert pid not in p.pids("pppd")
     wait_for(lambda: len(calls(p)) == 2, what="pppd to start again")
 
 
@@ -198,4 +186,4 @@ def test_real_pppd_dials_through_chat(make_player, answer):
                 else "Connect script failed")
     wait_for(lambda: expected in p.kmsg(), timeout=10, what=expected)
     assert p.linkrig("ppp0", "stop").returncode == 0
-    assert pppd_processes(p) == []
+    assert p.pids("pppd") == []

@@ -267,18 +267,3 @@ def test_scan_and_debug_level(double, run):
     assert [c.typed() for c in double.calls("Set")] == [
         [("s", "fi.w1.wpa_supplicant1"), ("s", "DebugLevel"), ("s", level)]
         for level in ("debug", "warning")]
-
-
-@pytest.mark.parametrize("state, network, led", [
-    ("scanning", None, {"trigger": "timer", "brightness": "255", "delay_on": "100",
-                        "delay_off": "900"}),
-    ("completed", None, {"trigger": "timer", "brightness": "255", "delay_on": "500",
-                         "delay_off": "500"}),
-    ("completed", {"mode": "2"}, {"trigger": "none", "brightness": "255"}),
-])
-def test_wireless_led_follows_the_supplicant(world, double, linkrig_binary, state, network, led):
-    double.set_state("wlan0", state)
-    double.set_current_network("wlan0", network)
-    result = world[0].linkrig("wlan0", "update")
-    assert result.returncode == 0, result.stderr
-    assert world[0].led("wifi") == led

@@ -123,8 +123,7 @@ def scene_wired_cycle():
         player.start_registry(SAMPLE_SETTINGS)
         print("  stored settings (development registry on the player's system bus):")
         print("    " + json.dumps(SAMPLE_SETTINGS))
-        # Address probing by ARP would add five seconds to each lease; nothing else is on this wire.
-        player.write_file("/etc/dhcpcd.conf", "noarp\n", append=True)
+        player.skip_address_probing()
         player.lan.run(["ip", "addr", "add", "192.168.50.1/24", "dev", "peer-eth0"], check=True)
         player.write_file("/run/player/lan-udhcpd.conf", LAN_DHCP)
         player.lan.start_daemon("lan-udhcpd", ["busybox", "udhcpd", "-f",

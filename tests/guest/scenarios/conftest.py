@@ -37,8 +37,7 @@ def wifi_player(make_player):
         player = make_player(ports=("eth0",), hwvars={"VL_HWFLAGS": "0x10"})
         radios.give(player, 0, "wlan0")
         radios.give(player.lan, 1, "air0")
-        # Probing each new address by ARP costs dhcpcd seconds a lease.
-        player.write_file("/etc/dhcpcd.conf", "noarp\n", append=True)
+        player.skip_address_probing()
         player.radios = radios
         yield player
         player.close()

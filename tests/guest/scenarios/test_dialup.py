@@ -25,18 +25,6 @@ def point_to_point(record):
     return [(a["local"], a.get("address")) for a in record["addr_info"] if a["family"] == "inet"]
 
 
-def pppd_pids(p):
-    found = []
-    for entry in p.listdir("/proc"):
-        try:
-            stat = p.read_file(f"/proc/{entry}/stat") if entry.isdigit() else ""
-        except OSError:
-            continue
-        if "(pppd) " in stat and stat.rpartition(")")[2].split()[0] != "Z":
-            found.append(int(entry))
-    return sorted(found)
-
-
 def test_dialup_link_up_and_down(make_player):
     p = make_player(ports=("eth0",))
     p.makedirs("/var/volatile/etc")
@@ -56,7 +44,7 @@ def test_dialup_link_up_and_down(make_player):
     assert far and point_to_point(far) == [(FAR, NEAR)]
     assert p.run(["busybox", "ping", "-c", "1", "-W", "5", FAR]).returncode == 0
     dialler = int(p.read_file(PID_FILE))
-    assert pppd_pids(p) == sorted([dialler, modem.simulator.pid])
+    assert p.pids("pppd") == sorted([dialler, modem.simulator.pid])
 
     # The PPP driver answers neither the ethtool nor the wireless link query.
     check = p.linkrig("ppp0", "checklink")
@@ -73,6 +61,6 @@ def test_dialup_link_up_and_down(make_player):
     assert (stop.returncode, stop.stderr) == (0, "linkrig: ppp0 stop\n"), f"{took:.1f} s"
     assert not p.exists(PID_FILE) and ppp0(p) is None
     wait_for(lambda: not modem.simulator.running(), timeout=10, what="the far end's pppd to end")
-    assert ppp0(p.lan) is None and pppd_pids(p) == []
+    assert ppp0(p.lan) is None and p.pids("pppd") == []
     check = p.linkrig("ppp0", "checklink")
     assert (check.returncode, check.stdout) == (1, "ppp0: Link is down\n")

@@ -47,8 +47,7 @@ for _ in sys.stdin:
 
 @pytest.fixture
 def player(player):
-    # Probing each new address by ARP costs dhcpcd about five seconds.
-    player.write_file("/etc/dhcpcd.conf", "noarp\n", append=True)
+    player.skip_address_probing()
     return player
 
 

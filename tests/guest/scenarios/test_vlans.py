@@ -17,8 +17,7 @@ STEADY_ON = {"trigger": "none", "brightness": "255"}
 
 @pytest.fixture
 def player(player):
-    # Probing each new address by ARP costs dhcpcd about five seconds a lease.
-    player.write_file("/etc/dhcpcd.conf", "noarp\n", append=True)
+    player.skip_address_probing()
     return player
 
 
