@@ -14,15 +14,8 @@ ARMHF_BUILD=${LINKRIG_ARMHF_BUILD:-$BUILD/armhf}
 TRIPLET=arm-linux-gnueabihf
 
 # What the build links against; debootstrap adds their dependencies.
-SYSROOT_PACKAGES=(
-  libboost-filesystem-dev libboost-thread-dev libboost-system-dev libboost-chrono-dev
-  libdbus-c++-dev libdbus-1-dev
-  libnl-3-dev libnl-route-3-dev
-  libgnutls28-dev libgcrypt20-dev
-  libavahi-client-dev libcap-dev libfmt-dev
-  libubootenv-dev
-  libgtest-dev libgmock-dev
-)
+source "$ROOT/scripts/packages.sh"
+SYSROOT_PACKAGES=("${LIBRARY_PACKAGES[@]}")
 
 # Unit tests that cannot pass under user-mode emulation (full gtest names, Suite.Name), each
 # with the emulator's reason. qemu-arm emulates only the program it starts: a child that

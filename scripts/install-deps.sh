@@ -2,17 +2,11 @@
 # Installs every build and test dependency from Debian's packages.
 # Idempotent: does nothing (quickly) when everything is already there.
 set -euo pipefail
+source "$(dirname "$0")/packages.sh"
 
 PACKAGES=(
   # build
-  build-essential cmake pkg-config
-  libboost-filesystem-dev libboost-thread-dev libboost-system-dev libboost-chrono-dev
-  libdbus-c++-dev libdbus-c++-bin libdbus-1-dev
-  libnl-3-dev libnl-route-3-dev
-  libgnutls28-dev libgcrypt20-dev
-  libavahi-client-dev libcap-dev libfmt-dev
-  libubootenv-dev libubootenv-tool
-  libgtest-dev libgmock-dev
+  build-essential cmake pkg-config libdbus-c++-bin libubootenv-tool "${LIBRARY_PACKAGES[@]}"
   # tests and the simulated player
   dbus-daemon python3-pytest python3-dbus python3-dbusmock python3-gi
   iproute2 util-linux procps psmisc kmod

@@ -1,115 +1,122 @@
 #include "apps/linkrig/link_config_command.h"
 
-#include <cstdio>
 #include <exception>
 
+#include "apps/steps/dialup.h"
+#include "apps/steps/host_forwarding.h"
+#include "apps/steps/interface_configuration.h"
+#include "apps/steps/link_check.h"
+#include "apps/steps/shaper.h"
+#include "apps/steps/status_led.h"
+#include "apps/steps/wifi_bringup.h"
 #include "lib/hardware/hardware_config.h"
 #include "lib/hardware/led_status.h"
-#include "lib/platform/interface_reader.h"
-#include "lib/platform/log.h"
+#include "lib/platform/base/interface_names.h"
+#include "lib/platform/settings/interface_reader.h"
 
 namespace corvo {
 
 namespace {
 
-constexpr const char* kHost = "host";
-constexpr const char* kDialup = "ppp0";
+using PersistentNetworkConfig::HostReader;
+using PersistentNetworkConfig::InterfaceReader;
 
 }  // namespace
 
 int LinkConfigCommand::Run(int argc, const char* const* argv) {
   try {
-    corvo::HardwareConfig hardware(m_environment);
+    const HardwareConfig hardware(m_environment);
     if (argc != 3) {
-      corvo::Log("%s", kUsage);
+      m_platform.log.Print("%s", kUsage);
       return 1;
     }
     const std::string ifname = argv[1];
     const std::string action = argv[2];
-    if (ifname == "eth0" && !hardware.HasEthernet()) {
-      std::fputs("Ethernet is not supported on this hardware.\n", stdout);
-      std::fflush(stdout);
+    if (ifname == kEthernetPort && !hardware.HasEthernet()) {
+      m_platform.out.Print("Ethernet is not supported on this hardware.\n");
       return 1;
     }
     return Dispatch(ifname, action);
   } catch (const std::exception& e) {
-    corvo::Log("linkrig: EXCEPTION: %s\n", e.what());
+    m_platform.log.Print("linkrig: EXCEPTION: %s\n", e.what());
   } catch (...) {
-    corvo::Log("linkrig: Unknown exception\n");
+    m_platform.log.Print("linkrig: Unknown exception\n");
   }
   return 2;
 }
 
 int LinkConfigCommand::Dispatch(const std::string& ifname, const std::string& action) {
-  LedNetworkStatusObserver observer(ifname);
+  LedNetworkStatusObserver observer(ifname, m_platform.files);
   if (action == "init" || action == "add") {
-    return ifname == kDialup ? m_steps.ModemStartCheck(ifname) : 0;
+    return ifname == kDialupPort ? ModemStartCheck(ifname, m_platform) : 0;
   }
   if (action == "remove") {
-    return ifname == kDialup ? m_steps.ConfigureDialup(ifname, kDialupStop) : 0;
+    return ifname == kDialupPort ? ConfigureDialup(ifname, kDialupStop, m_platform) : 0;
   }
   if (action == "start") return Start(ifname, observer);
   if (action == "stop") return Stop(ifname, observer);
   if (action == "reconfigure") return Reconfigure(ifname, observer);
   if (action == "checklink") return CheckLink(ifname);
   if (action == "update") return Update(ifname, observer);
-  corvo::Log("%s", kUsage);
+  m_platform.log.Print("%s", kUsage);
   return 1;
 }
 
-bool LinkConfigCommand::IsSupplicantInterface(const std::string& ifname) const {
-  const auto* hardware = corvo::HardwareConfig::GetInstance();
-  return hardware->IsWifiInterface(ifname) || hardware->IsEthernetInterface(ifname);
+bool LinkConfigCommand::IsSupplicantInterface(const std::string& ifname) {
+  return m_platform.hardware.IsWifiInterface(ifname) ||
+         m_platform.hardware.IsEthernetInterface(ifname);
 }
 
 int LinkConfigCommand::Start(const std::string& ifname, LedNetworkStatusObserver& observer) {
   if (ifname == kHost) {
-    m_steps.ConfigureHostForwarding(true);
+    ConfigureHostForwarding(true, m_platform);
     return 0;
   }
-  if (ifname == kDialup) return m_steps.ConfigureDialup(ifname, kDialupStart);
-  const auto reader = m_steps.MakeReader(ifname);
-  if (IsSupplicantInterface(ifname)) m_steps.InitialiseWifi(&observer, *reader, ifname);
+  if (ifname == kDialupPort) return ConfigureDialup(ifname, kDialupStart, m_platform);
+  const InterfaceReader reader(ifname, m_platform.registry, m_platform.hardware.SerialNumber());
+  if (IsSupplicantInterface(ifname)) InitialiseWifi(&observer, reader, ifname, m_platform);
   // A start always begins from a stopped configuration; the shaper is only added.
-  m_steps.ConfigureInterface(&observer, *reader, ifname, false);
-  m_steps.ConfigureInterface(&observer, *reader, ifname, true);
-  m_steps.ConfigureShaper(*reader, ifname, true);
+  ConfigureInterface(&observer, reader, ifname.c_str(), false, m_platform);
+  ConfigureInterface(&observer, reader, ifname.c_str(), true, m_platform);
+  ConfigureShaper(reader, ifname.c_str(), true, m_platform);
   return 0;
 }
 
 int LinkConfigCommand::Stop(const std::string& ifname, LedNetworkStatusObserver& observer) {
   if (ifname == kHost) return 0;
-  if (ifname == kDialup) return m_steps.ConfigureDialup(ifname, kDialupStop);
-  const auto reader = m_steps.MakeReader(ifname);
-  m_steps.ConfigureInterface(&observer, *reader, ifname, false);
-  m_steps.ConfigureShaper(*reader, ifname, false);
+  if (ifname == kDialupPort) return ConfigureDialup(ifname, kDialupStop, m_platform);
+  const InterfaceReader reader(ifname, m_platform.registry, m_platform.hardware.SerialNumber());
+  ConfigureInterface(&observer, reader, ifname.c_str(), false, m_platform);
+  ConfigureShaper(reader, ifname.c_str(), false, m_platform);
   return 0;
 }
 
-int LinkConfigCommand::Reconfigure(const std::string& ifname,
-                                   LedNetworkStatusObserver& observer) {
+int LinkConfigCommand::Reconfigure(const std::string& ifname, LedNetworkStatusObserver& observer) {
   if (ifname == kHost) {
-    m_steps.ConfigureHostForwarding(true);
+    ConfigureHostForwarding(true, m_platform);
     return 0;
   }
-  if (ifname == kDialup) return m_steps.ConfigureDialup(ifname, kDialupRestart);
-  const auto reader = m_steps.MakeReader(ifname);
-  m_steps.ConfigureInterface(&observer, *reader, ifname, false);
-  m_steps.ConfigureShaper(*reader, ifname, false);
-  if (IsSupplicantInterface(ifname)) m_steps.ConfigureWifiOrDot1x(&observer, *reader, ifname);
-  m_steps.ConfigureInterface(&observer, *reader, ifname, true);
-  m_steps.ConfigureShaper(*reader, ifname, true);
+  if (ifname == kDialupPort) return ConfigureDialup(ifname, kDialupRestart, m_platform);
+  const InterfaceReader reader(ifname, m_platform.registry, m_platform.hardware.SerialNumber());
+  ConfigureInterface(&observer, reader, ifname.c_str(), false, m_platform);
+  ConfigureShaper(reader, ifname.c_str(), false, m_platform);
+  // A join that cannot be started has been reported; the addressing still runs.
+  if (IsSupplicantInterface(ifname)) ConfigureWifiOrDot1x(&observer, reader, ifname, m_platform);
+  ConfigureInterface(&observer, reader, ifname.c_str(), true, m_platform);
+  ConfigureShaper(reader, ifname.c_str(), true, m_platform);
   return 0;
 }
 
 int LinkConfigCommand::Update(const std::string& ifname, LedNetworkStatusObserver& observer) {
-  m_steps.UpdateLed(&observer);
-  if (m_steps.HostForwardingMode() == 2) m_steps.ConfigureNat(ifname);
+  UpdateLed(observer, m_platform);
+  const HostReader host(m_platform.registry, m_platform.hardware.SerialNumber());
+  if (host.Forwarding() == PersistentNetworkConfig::kNat) ConfigureNat(ifname, m_platform);
   return 0;
 }
 
 int LinkConfigCommand::CheckLink(const std::string& ifname) {
-  const bool up = ifname == kHost ? m_steps.AnyNetworkPortHasLink() : m_steps.CheckLink(ifname);
+  const bool up =
+      ifname == kHost ? AnyNetworkPortHasLink(m_platform) : CheckLinkAction(ifname, m_platform);
   return up ? 0 : 1;
 }
 

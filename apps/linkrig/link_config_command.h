@@ -2,18 +2,22 @@
 // The command's front end: checks the arguments and runs the steps for one
 // (interface, action) pair.
 
-#include "apps/linkrig/command_steps.h"
+#include <string>
+
 #include "lib/hardware/boot_environment.h"
+#include "lib/platform/platform.h"
 
 namespace corvo {
+
+class LedNetworkStatusObserver;
 
 constexpr const char* kUsage =
     "Usage: linkrig <interface> init|add|start|stop|reconfigure|checklink\n";
 
 class LinkConfigCommand {
  public:
-  LinkConfigCommand(const corvo::BootEnvironment& environment, CommandSteps& steps)
-      : m_environment(environment), m_steps(steps) {}
+  LinkConfigCommand(const BootEnvironment& environment, Platform& platform)
+      : m_environment(environment), m_platform(platform) {}
 
   // Everything after the argument echo and the signal set-up; returns the exit status.
   int Run(int argc, const char* const* argv);
@@ -25,10 +29,10 @@ class LinkConfigCommand {
   int Reconfigure(const std::string& ifname, LedNetworkStatusObserver& observer);
   int Update(const std::string& ifname, LedNetworkStatusObserver& observer);
   int CheckLink(const std::string& ifname);
-  bool IsSupplicantInterface(const std::string& ifname) const;
+  bool IsSupplicantInterface(const std::string& ifname);
 
-  const corvo::BootEnvironment& m_environment;
-  CommandSteps& m_steps;
+  const BootEnvironment& m_environment;
+  Platform& m_platform;
 };
 
 }  // namespace corvo

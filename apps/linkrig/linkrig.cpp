@@ -5,11 +5,11 @@
 #include <cstring>
 #include <pthread.h>
 
-#include "apps/linkrig/default_steps.h"
 #include "apps/linkrig/interface_name.h"
 #include "apps/linkrig/link_config_command.h"
-#include "lib/platform/assert.h"
-#include "lib/platform/log.h"
+#include "lib/platform/base/assert.h"
+#include "lib/platform/base/log.h"
+#include "lib/platform/real_platform.h"
 
 int main(int argc, char** argv) {
   if (argc >= 3) {
@@ -33,6 +33,6 @@ int main(int argc, char** argv) {
   }
 
   const corvo::UbootBootEnvironment environment;
-  corvo::DefaultSteps steps;
-  return corvo::LinkConfigCommand(environment, steps).Run(argc, argv);
+  corvo::RealPlatform platform;
+  return corvo::LinkConfigCommand(environment, platform.Get()).Run(argc, argv);
 }

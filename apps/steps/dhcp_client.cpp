@@ -3,19 +3,18 @@
 #include <string>
 #include <vector>
 
-#include "lib/hardware/hardware_config.h"
-#include "lib/hardware/led_status.h"
-#include "lib/platform/interface_reader.h"
-#include "lib/platform/log.h"
-#include "lib/platform/net.h"
-#include "lib/platform/spawn_process.h"
+#include "apps/steps/status_led.h"
+#include "lib/platform/base/interface_names.h"
+#include "lib/platform/settings/interface_reader.h"
+#include "lib/platform/system/net.h"
+#include "lib/platform/system/spawn_process.h"
 
 namespace corvo {
 
 namespace {
 
 constexpr char kDhcpClient[] = "/sbin/dhcpcd";
-constexpr unsigned int kFlags = SpawnProcess::kKernelLogOutput | SpawnProcess::kWatchdog;
+constexpr unsigned int kFlags = SpawnProcess::kSystemToolFlags;
 
 // A stored address is handed to the client as static option values, so that
 // one program owns the interface's addresses in both cases.
@@ -46,17 +45,17 @@ void ConfigureDhcp(LedNetworkStatusObserver* observer,
                    const std::string& ifname, bool start, Platform& platform) {
   // The root file system lives on this link: taking its address away, even to
   // restart the client, would cut the system off from itself.
-  if (ifname == "eth0" && platform.network.IsBootedFromNfs()) {
-    if (observer != nullptr) observer->UpdateLed();
+  if (ifname == kEthernetPort && platform.network.IsBootedFromNfs()) {
+    UpdateLed(observer, platform);
     return;
   }
 
-  const HardwareConfig& hardware = *HardwareConfig::GetInstance();
-  std::vector<std::string> args = {"-I", reader.ClientIdentifier(),
-                                   "-i", hardware.OemId() + " " + hardware.OemModel(),
+  HardwareFacts& hardware = platform.hardware;
+  std::vector<std::string> args = {"-I",   reader.ClientIdentifier(),
+                                   "-i",   hardware.OemId() + " " + hardware.OemModel(),
                                    "-o43", "-b"};
-  if (!reader.Store().Read("networking", "dhcp_debug").empty()) {
-    Log("Enabling DHCP client debugging\n");
+  if (!platform.registry.Read("networking", "dhcp_debug").empty()) {
+    platform.log.Print("Enabling DHCP client debugging\n");
     args.push_back("-d");
   }
   if (!start) {
@@ -72,7 +71,7 @@ void ConfigureDhcp(LedNetworkStatusObserver* observer,
 
   const int status = platform.programs.Run(kDhcpClient, args, kFlags);
   // Stopping a client that is not running fails, and that is normal.
-  if (start && status != 0) Log("linkrig: Failed to spawn dhcpcd: %d\n", status);
+  if (start && status != 0) platform.log.Print("linkrig: Failed to spawn dhcpcd: %d\n", status);
 
   ConfigureDhcpServer(observer, reader, ifname, start, platform);
 }

@@ -8,12 +8,10 @@
 #include <vector>
 
 #include "apps/steps/dhcp.h"
-#include "lib/hardware/hardware_config.h"
-#include "lib/hardware/led_status.h"
-#include "lib/platform/interface_reader.h"
-#include "lib/platform/log.h"
-#include "lib/platform/net.h"
-#include "lib/platform/spawn_process.h"
+#include "apps/steps/status_led.h"
+#include "lib/platform/settings/interface_reader.h"
+#include "lib/platform/system/net.h"
+#include "lib/platform/system/spawn_process.h"
 
 namespace corvo {
 
@@ -22,7 +20,7 @@ namespace {
 using PersistentNetworkConfig::InterfaceReader;
 
 constexpr char kDhcpServer[] = "/sbin/udhcpd";
-constexpr unsigned int kFlags = SpawnProcess::kKernelLogOutput | SpawnProcess::kWatchdog;
+constexpr unsigned int kFlags = SpawnProcess::kSystemToolFlags;
 constexpr std::int64_t kStopGraceUs = 30000000;
 constexpr std::chrono::seconds kReadyTimeout(15);
 constexpr std::chrono::seconds kReadyPoll(1);
@@ -62,36 +60,38 @@ std::vector<std::string> ServerConfiguration(const InterfaceReader& reader,
 void StartServer(const InterfaceReader& reader, const std::string& ifname,
                  const std::string& pid_file, Platform& platform) {
   WaitUntilReady(ifname, platform);
-  Log("Starting DHCP server for '%s'\n", ifname);
+  platform.log.Print("Starting DHCP server for '%s'\n", ifname);
 
   const std::string conf_file = fmt::sprintf("/var/run/udhcpd-%s.conf", ifname);
   const std::vector<std::string> lines = ServerConfiguration(reader, ifname, pid_file);
   {
     // A file that cannot be written is not reported: the server then fails
     // on its own and its exit code is.
-    const std::unique_ptr<std::ostream> out = platform.files.Create(conf_file);
+    const std::unique_ptr<std::ostream> out = platform.files.Create(conf_file, 0644);
     for (const std::string& line : lines) *out << line << '\n' << std::flush;
   }
 
   const int status = platform.programs.Run(kDhcpServer, {conf_file}, kFlags);
-  if (status != 0) Log("linkrig: Failed to spawn udhcpd: %d\n", status);
+  if (status != 0) platform.log.Print("linkrig: Failed to spawn udhcpd: %d\n", status);
 }
 
 }  // namespace
 
-bool DhcpServerAvailable(const InterfaceReader& reader, const std::string& ifname) {
+bool DhcpServerAvailable(const InterfaceReader& reader, const std::string& ifname,
+                         Platform& platform) {
   if (!reader.DhcpServerEnabled()) return false;
   if (reader.IsDhcp()) {
-    Log("DHCP server is not available on '%s' since it is also a DHCP client.\n", ifname);
+    platform.log.Print("DHCP server is not available on '%s' since it is also a DHCP client.\n",
+                       ifname);
     return false;
   }
   // A VLAN of the WiFi interface serves only when the WiFi is an access point.
   const std::string::size_type dot = ifname.rfind('.');
   const std::string base = dot == std::string::npos ? ifname : ifname.substr(0, dot);
-  if (HardwareConfig::GetInstance()->IsWifiInterface(base)) {
-    const InterfaceReader base_reader(base, reader.Store());
-    if (!base_reader.IsAccessPoint()) {
-      Log("DHCP server not available on '%s' when not in access point mode\n", ifname);
+  if (platform.hardware.IsWifiInterface(base)) {
+    if (!reader.ForInterface(base).IsAccessPoint()) {
+      platform.log.Print("DHCP server not available on '%s' when not in access point mode\n",
+                         ifname);
       return false;
     }
   }
@@ -102,13 +102,14 @@ void ConfigureDhcpServer(LedNetworkStatusObserver* observer, const InterfaceRead
                          const std::string& ifname, bool start, Platform& platform) {
   const std::string pid_file = fmt::sprintf("/var/run/udhcpd-%s.pid", ifname);
   // Every start is preceded by a stop, so a running server is never replaced here.
-  if (!start || !DhcpServerAvailable(reader, ifname)) {
-    const pid_t pid = platform.programs.ReadPidFile(pid_file, "udhcpd");
-    if (pid >= 0) platform.programs.KillProcessAndWait(pid, SIGTERM, kStopGraceUs);
+  if (!start || !DhcpServerAvailable(reader, ifname, platform)) {
+    if (const auto pid = platform.programs.ReadPidFile(pid_file, "udhcpd")) {
+      platform.programs.KillProcessAndWait(*pid, SIGTERM, kStopGraceUs);
+    }
   } else {
     StartServer(reader, ifname, pid_file, platform);
   }
-  if (observer != nullptr) observer->UpdateLed();
+  UpdateLed(observer, platform);
 }
 
 }  // namespace corvo

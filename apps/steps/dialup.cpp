@@ -10,16 +10,13 @@
 
 #include <fmt/printf.h>
 
-#include "lib/platform/interface_reader.h"
-#include "lib/platform/log.h"
+#include "apps/steps/contained.h"
+#include "lib/platform/settings/interface_reader.h"
 
 namespace corvo {
 
 namespace {
 
-constexpr int kStart = 1;
-constexpr int kStop = 2;
-constexpr int kRestart = 3;
 constexpr std::int64_t kStopTimeoutUs = 5000000;
 // The peer file holds the dial-up password; the chat script is kept as private.
 constexpr mode_t kPrivateFile = 0600;
@@ -105,8 +102,8 @@ DialupSettings DialupSettings::Read(const PersistentNetworkConfig::InterfaceRead
   return settings;
 }
 
-std::optional<std::string> DialupInterfaceName(Files& files) {
-  if (files.Exists(kModemDevice)) return std::string("ppp0");
+std::optional<std::string> DialupInterfaceName(Platform& platform) {
+  if (platform.files.Exists(kModemDevice)) return std::string(kDialupPort);
   return std::nullopt;
 }
 
@@ -118,9 +115,9 @@ void WriteDialupConfiguration(const std::string& device, const DialupSettings& s
 }
 
 void StopDialup(Platform& platform) {
-  const pid_t pid = platform.programs.ReadPidFile(kDialupPidFile, "pppd");
-  if (pid > 0) {
-    platform.programs.KillProcessAndWait(pid, SIGTERM, kStopTimeoutUs);
+  const auto pid = platform.programs.ReadPidFile(kDialupPidFile, "pppd");
+  if (pid && *pid > 0) {
+    platform.programs.KillProcessAndWait(*pid, SIGTERM, kStopTimeoutUs);
     platform.files.Remove(kDialupPidFile);
   }
 }
@@ -130,46 +127,40 @@ pid_t StartDialup(Platform& platform) {
   return platform.programs.StartDetached({"/sbin/pppd", "call", "peer"}, kDialupPidFile);
 }
 
-int ConfigureDialup(const std::string& ifname, int action) {
-  return ConfigureDialup(ifname, action, GetPlatform(), GetRegistry);
+int ConfigureDialup(const std::string& ifname, DialupAction action, Platform& platform) {
+  if (!DialupInterfaceName(platform)) return 1;
+  const bool done = Contained(
+      [&] {
+        const auto reader = PersistentNetworkConfig::InterfaceReader(
+            ifname, platform.registry, platform.hardware.SerialNumber());
+        const DialupSettings settings = DialupSettings::Read(reader);
+        WriteDialupConfiguration(kModemDevice, settings, platform.files);
+        if (action == kDialupStop || action == kDialupRestart) StopDialup(platform);
+        // Without a number there is nothing to dial; the files are ready for when there is.
+        if ((action == kDialupStart || action == kDialupRestart) && !settings.number.empty()) {
+          StartDialup(platform);
+        }
+      },
+      [&](const std::exception* e) {
+        if (e != nullptr) {
+          platform.log.Print("Failed to configure dialup: %s\n", e->what());
+        } else {
+          platform.log.Print("Failed to configure dialup: Unknown exception.\n");
+        }
+      });
+  return done ? 0 : 1;
 }
 
-int ConfigureDialup(const std::string& ifname, int action, Platform& platform,
-                    const std::function<Registry&()>& registry) {
-  if (!DialupInterfaceName(platform.files)) return 1;
-  try {
-    const PersistentNetworkConfig::InterfaceReader reader(ifname, registry());
-    const DialupSettings settings = DialupSettings::Read(reader);
-    WriteDialupConfiguration(kModemDevice, settings, platform.files);
-    if (action == kStop || action == kRestart) StopDialup(platform);
-    // Without a number there is nothing to dial; the files are ready for when there is.
-    if ((action == kStart || action == kRestart) && !settings.number.empty()) {
-      StartDialup(platform);
-    }
-    return 0;
-  } catch (const std::exception& e) {
-    Log("Failed to configure dialup: %s\n", e.what());
-  } catch (...) {
-    Log("Failed to configure dialup: Unknown exception.\n");
-  }
-  return 1;
-}
-
-int ModemStartCheck(const std::string& ifname) {
-  return ModemStartCheck(ifname, GetPlatform(), GetRegistry);
-}
-
-int ModemStartCheck(const std::string& ifname, Platform& platform,
-                    const std::function<Registry&()>& registry) {
+int ModemStartCheck(const std::string& ifname, Platform& platform) {
   if (!platform.files.Exists(kModemDevice)) {
-    Log("linkrig: Modem not found\n");
+    platform.log.Print("linkrig: Modem not found\n");
     return 1;
   }
   if (platform.network.InterfaceHasLink(ifname)) {
-    Log("linkrig: Interface already connected\n");
+    platform.log.Print("linkrig: Interface already connected\n");
     return 2;
   }
-  return ConfigureDialup(ifname, kStart, platform, registry);
+  return ConfigureDialup(ifname, kDialupStart, platform);
 }
 
 }  // namespace corvo

@@ -5,8 +5,9 @@
 #include <string>
 
 #include "apps/steps/wifi_settings.h"
-#include "lib/platform/supplicant.h"
-#include "lib/platform/x509_identity.h"
+#include "lib/platform/base/log.h"
+#include "lib/platform/supplicant/supplicant.h"
+#include "lib/platform/settings/x509_identity.h"
 
 namespace corvo {
 
@@ -16,12 +17,12 @@ namespace corvo {
 // wired port (plain 802.1X, selected at once).
 bool BuildEapTlsNetwork(supplicant::Interface& interface, const std::string& ifname,
                         const WifiSettings& settings, const std::string& ciphers,
-                        CertificateIdentity& certificate, bool wired = false);
+                        CertificateIdentity& certificate, bool wired, LogSink& log);
 
 // Adds the PEAP/MSCHAPv2 network. Without a configured identity nothing is
 // added. time_is_set: whether the server certificate's dates can be checked.
 bool BuildPeapNetwork(supplicant::Interface& interface, const std::string& ifname,
-                      const WifiSettings& settings, const std::string& ciphers,
-                      bool time_is_set, bool wired = false);
+                      const WifiSettings& settings, const std::string& ciphers, bool time_is_set,
+                      bool wired, LogSink& log);
 
 }  // namespace corvo

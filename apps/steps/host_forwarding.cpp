@@ -3,64 +3,65 @@
 #include <string>
 #include <vector>
 
-#include "apps/steps/host_name_step.h"
-#include "lib/platform/interface_reader.h"
-#include "lib/platform/log.h"
-#include "lib/platform/spawn_process.h"
+#include "lib/platform/settings/interface_reader.h"
+#include "lib/platform/system/spawn_process.h"
 
 namespace corvo {
 
 namespace {
 
+using PersistentNetworkConfig::HostReader;
+
 constexpr const char* kIptables = "/sbin/iptables";
-constexpr unsigned int kIptablesFlags = SpawnProcess::kKernelLogOutput | SpawnProcess::kWatchdog;
 
 // Rule changes are best effort: deleting a rule that is not there must not stop the rest.
-void RunIptables(Programs& programs, const std::vector<std::string>& args) {
-  programs.Run(kIptables, args, kIptablesFlags);
+void RunIptables(Platform& platform, const std::vector<std::string>& args) {
+  platform.programs.Run(kIptables, args, SpawnProcess::kSystemToolFlags);
 }
 
-enum ForwardingMode { kNoForwarding = 0, kRouting = 1, kNat = 2 };
+HostReader Host(Platform& platform) {
+  return HostReader(platform.registry, platform.hardware.SerialNumber());
+}
 
 }  // namespace
 
 void ConfigureNat(const std::string& ifname, Platform& platform) {
   if (!platform.network.HasDefaultRoute(ifname)) {
-    Log("Interface '%s' has no default route (yet).\n", ifname);
+    platform.log.Print("Interface '%s' has no default route (yet).\n", ifname);
     return;
   }
-  Log("Interface '%s' has a default route.  Configuring it for NAT.\n", ifname);
+  platform.log.Print("Interface '%s' has a default route.  Configuring it for NAT.\n", ifname);
   // Nothing is forwarded unmasqueraded while the rule changes.
   platform.network.SetIpForwarding(false);
   // Removing one earlier copy first keeps repeated runs from stacking rules.
-  RunIptables(platform.programs,
-              {"-t", "nat", "-D", "POSTROUTING", "-o", ifname, "-j", "MASQUERADE"});
-  RunIptables(platform.programs,
-              {"-t", "nat", "-A", "POSTROUTING", "-o", ifname, "-j", "MASQUERADE"});
+  RunIptables(platform, {"-t", "nat", "-D", "POSTROUTING", "-o", ifname, "-j", "MASQUERADE"});
+  RunIptables(platform, {"-t", "nat", "-A", "POSTROUTING", "-o", ifname, "-j", "MASQUERADE"});
   platform.network.SetIpForwarding(true);
 }
 
-void ConfigureHostForwarding(bool apply) {
-  ConfigureHostForwarding(apply, PersistentNetworkConfig::HostReader(), GetPlatform());
-}
-
-void ConfigureHostForwarding(bool apply, const PersistentNetworkConfig::HostReader& host,
-                             Platform& platform) {
-  if (apply) ApplyStoredHostName(host, platform.host_names);
+void ConfigureHostForwarding(bool apply, Platform& platform) {
+  if (apply) ApplyStoredHostName(platform);
   platform.network.SetIpForwarding(false);
-  RunIptables(platform.programs, {"-t", "nat", "-F", "POSTROUTING"});
+  RunIptables(platform, {"-t", "nat", "-F", "POSTROUTING"});
   if (!apply) return;
-  switch (host.Forwarding()) {
-    case kRouting:
+  switch (Host(platform).Forwarding()) {
+    case PersistentNetworkConfig::kRouting:
       platform.network.SetIpForwarding(true);
       break;
-    case kNat:
+    case PersistentNetworkConfig::kNat:
       // Only the port holding the default route gets the rule (and forwarding on).
       for (const std::string& port : platform.network.NetworkPorts()) ConfigureNat(port, platform);
       break;
-    default:
+    case PersistentNetworkConfig::kNoForwarding:
       break;
   }
+}
+
+void ApplyStoredHostName(Platform& platform) {
+  const std::string wanted = Host(platform).HostName();
+  // An unchanged name leaves the kernel and Avahi alone.
+  if (wanted == platform.host_names.GetHostName()) return;
+  platform.host_names.SetHostName(wanted);
 }
 
 }  // namespace corvo

@@ -7,17 +7,14 @@
 
 namespace corvo {
 
-namespace PersistentNetworkConfig {
-class HostReader;
-}
-
 // Masquerades traffic leaving the interface when it holds a default route.
-void ConfigureNat(const std::string& ifname, Platform& platform = GetPlatform());
+void ConfigureNat(const std::string& ifname, Platform& platform);
 
-// Resets forwarding and NAT; when applying, first sets the stored host name, then
-// applies the stored forwarding mode to every network port.
-void ConfigureHostForwarding(bool apply);
-void ConfigureHostForwarding(bool apply, const PersistentNetworkConfig::HostReader& host,
-                             Platform& platform);
+// Resets forwarding and NAT; when applying, first sets the stored host name,
+// then applies the stored forwarding mode to every network port.
+void ConfigureHostForwarding(bool apply, Platform& platform);
+
+// Makes the system host name (and Avahi's) equal to the stored one.
+void ApplyStoredHostName(Platform& platform);
 
 }  // namespace corvo

@@ -9,31 +9,22 @@
 
 #include "apps/steps/dhcp.h"
 #include "apps/steps/host_forwarding.h"
-#include "lib/platform/interface_reader.h"
-#include "lib/platform/log.h"
-#include "lib/platform/vlan_links.h"
+#include "lib/platform/settings/interface_reader.h"
 
 namespace corvo {
 
-using PersistentNetworkConfig::HostReader;
 using PersistentNetworkConfig::InterfaceReader;
 
 void ConfigureInterface(LedNetworkStatusObserver* observer, const InterfaceReader& reader,
-                        const char* ifname, bool start) {
-  const std::unique_ptr<VlanLinks> links = OpenVlanLinks();
-  ConfigureInterface(observer, reader, ifname, start, *links, GetPlatform());
-}
-
-void ConfigureInterface(LedNetworkStatusObserver* observer, const InterfaceReader& reader,
-                        const char* ifname, bool start, VlanLinks& links, Platform& platform) {
+                        const char* ifname, bool start, Platform& platform) {
   const std::string parent(ifname);
+  const std::unique_ptr<VlanLinks> links = platform.network.OpenVlanLinks();
 
   // VLAN links never survive a stop or a reconfiguration: each start rebuilds
   // them from the stored list. Their clients are stopped before the link goes.
-  for (const std::string& vlan : links.ListVlansOn(parent)) {
-    const InterfaceReader vlan_reader(vlan, reader.Store());
-    ConfigureDhcp(observer, vlan_reader, vlan, false, platform);
-    links.DeleteLink(vlan);
+  for (const std::string& vlan : links->ListVlansOn(parent)) {
+    ConfigureDhcp(observer, reader.ForInterface(vlan), vlan, false, platform);
+    links->DeleteLink(vlan);
   }
 
   const std::set<std::uint16_t> ids = reader.Vlans();
@@ -41,25 +32,26 @@ void ConfigureInterface(LedNetworkStatusObserver* observer, const InterfaceReade
     ConfigureDhcp(observer, reader, parent, start, platform);
   } else {
     // Tagged traffic needs the parent up; alone, the untagged DHCP step does that.
-    if (*ids.rbegin() != 0) links.SetUp(parent);
+    if (*ids.rbegin() != 0) links->SetUp(parent);
     for (const std::uint16_t id : ids) {
       if (id == 0) {
         ConfigureDhcp(observer, reader, parent, true, platform);
         continue;
       }
+      // One VLAN that fails does not keep the others down.
       try {
         const std::string name = parent + "." + std::to_string(id);
-        const InterfaceReader vlan_reader(name, reader.Store());
-        links.AddVlan(parent, id, name);
+        const InterfaceReader vlan_reader = reader.ForInterface(name);
+        links->AddVlan(parent, id, name);
         ConfigureDhcp(observer, vlan_reader, name, true, platform);
       } catch (const std::exception& e) {
-        Log("Unable to configure VLAN %u for %s: %s\n", static_cast<unsigned int>(id), parent,
-            e.what());
+        platform.log.Print("Unable to configure VLAN %u for %s: %s\n",
+                           static_cast<unsigned int>(id), parent, e.what());
       }
     }
   }
 
-  ConfigureHostForwarding(start, HostReader(reader.Store()), platform);
+  ConfigureHostForwarding(start, platform);
 }
 
 }  // namespace corvo

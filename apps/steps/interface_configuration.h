@@ -6,7 +6,6 @@
 namespace corvo {
 
 class LedNetworkStatusObserver;
-class VlanLinks;
 namespace PersistentNetworkConfig {
 class InterfaceReader;
 }
@@ -14,12 +13,7 @@ class InterfaceReader;
 // Removes every VLAN link on the interface, re-creates the stored ones and runs
 // the DHCP step for the interface and each VLAN; ends with the host forwarding step.
 void ConfigureInterface(LedNetworkStatusObserver* observer,
-                        const PersistentNetworkConfig::InterfaceReader& reader,
-                        const char* ifname, bool start);
-// The same over given links and platform; the readers of the VLANs and of the
-// host settings read the registry of reader.
-void ConfigureInterface(LedNetworkStatusObserver* observer,
-                        const PersistentNetworkConfig::InterfaceReader& reader,
-                        const char* ifname, bool start, VlanLinks& links, Platform& platform);
+                        const PersistentNetworkConfig::InterfaceReader& reader, const char* ifname,
+                        bool start, Platform& platform);
 
 }  // namespace corvo

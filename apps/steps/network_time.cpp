@@ -7,14 +7,15 @@
 
 #include <fmt/format.h>
 
-#include "lib/platform/log.h"
+#include "lib/platform/system/spawn_process.h"
 
 namespace corvo {
 
 namespace {
 
-// Kernel log output under the watchdog: pmc can hang on a silent network.
-constexpr unsigned int kPmcFlags = 0x103;
+// In a session of its own, with the kernel log as output and under the
+// watchdog: pmc can hang on a silent network.
+constexpr unsigned int kPmcFlags = SpawnProcess::kSystemToolFlags | SpawnProcess::kNewSession;
 
 bool IsPtpSlave(int domain, Programs& programs) {
   const std::string command = fmt::format(
@@ -24,39 +25,39 @@ bool IsPtpSlave(int domain, Programs& programs) {
 
 }  // namespace
 
-void SetClockFromNetworkTime(std::int64_t network_time_ns, Registry& registry, Programs& programs,
-                             SystemClock& clock) {
+void SetClockFromNetworkTime(std::int64_t network_time_ns, Platform& platform) {
+  SystemClock& clock = platform.system_clock;
+  LogSink& log = platform.log;
   const std::int64_t network_us = network_time_ns / 1000;
   const std::int64_t now_us = clock.RealtimeMicroseconds();
 
-  const std::string domain = registry.Read("networking", "ptp_domain");
+  const std::string domain = platform.registry.Read("networking", "ptp_domain");
   if (!domain.empty()) {
-    if (IsPtpSlave(std::stoi(domain, nullptr, 10), programs)) {
-      Log("Player is a PTP slave so not changing the clock.\n");
+    if (IsPtpSlave(std::stoi(domain, nullptr, 10), platform.programs)) {
+      log.Print("Player is a PTP slave so not changing the clock.\n");
       return;
     }
-    const std::int64_t difference =
-        network_us > now_us ? network_us - now_us : now_us - network_us;
+    const std::int64_t difference = network_us > now_us ? network_us - now_us : now_us - network_us;
     if (difference <= kClockToleranceMicroseconds) {
-      Log("Skip changing the clock this time - it's too small a difference.\n");
+      log.Print("Skip changing the clock this time - it's too small a difference.\n");
       return;
     }
-    Log("Setting clock since we're not a PTP slave and difference is greater than two seconds.\n");
+    log.Print(
+        "Setting clock since we're not a PTP slave and difference is greater than two seconds.\n");
   }
 
   const std::int64_t seconds = network_us / 1000000;
   const long microseconds = static_cast<long>(network_us % 1000000);
-  Log("Setting system clock to %ld.%06ld\n", static_cast<long>(seconds), microseconds);
+  log.Print("Setting system clock to %ld.%06ld\n", static_cast<long>(seconds), microseconds);
   const int error = clock.SetRealtime(seconds, microseconds);
-  if (error != 0) Log("Unable to set system clock: (%d) %s\n", error, std::strerror(error));
+  if (error != 0) log.Print("Unable to set system clock: (%d) %s\n", error, std::strerror(error));
 }
 
-NetworkTimeThread::NetworkTimeThread(TimeSource source, Registry& registry, Programs& programs,
-                                     SystemClock& clock)
-    : m_thread([this, source = std::move(source), &registry, &programs, &clock] {
+NetworkTimeThread::NetworkTimeThread(TimeSource source, Platform& platform)
+    : m_thread([this, source = std::move(source), &platform] {
         try {
           const std::optional<std::int64_t> network_time = source();
-          if (network_time) SetClockFromNetworkTime(*network_time, registry, programs, clock);
+          if (network_time) SetClockFromNetworkTime(*network_time, platform);
         } catch (...) {
           m_error = std::current_exception();
         }

@@ -9,7 +9,6 @@
 #include <thread>
 
 #include "lib/platform/platform.h"
-#include "lib/platform/registry.h"
 
 namespace corvo {
 
@@ -19,8 +18,7 @@ constexpr std::int64_t kClockToleranceMicroseconds = 199999;
 // Sets the clock to network_time_ns (nanoseconds since the epoch) unless the
 // stored "ptp_domain" names a PTP domain whose port is a slave, or the clock
 // is already within the tolerance. Registry errors propagate.
-void SetClockFromNetworkTime(std::int64_t network_time_ns, Registry& registry, Programs& programs,
-                             SystemClock& clock);
+void SetClockFromNetworkTime(std::int64_t network_time_ns, Platform& platform);
 
 // Runs the clock decision beside the command's main thread.
 class NetworkTimeThread {
@@ -28,9 +26,7 @@ class NetworkTimeThread {
   // The network time in nanoseconds since the epoch, or nothing when none was obtained.
   using TimeSource = std::function<std::optional<std::int64_t>()>;
 
-  explicit NetworkTimeThread(TimeSource source, Registry& registry = GetRegistry(),
-                             Programs& programs = GetPlatform().programs,
-                             SystemClock& clock = GetSystemClock());
+  NetworkTimeThread(TimeSource source, Platform& platform);
   NetworkTimeThread(const NetworkTimeThread&) = delete;
   NetworkTimeThread& operator=(const NetworkTimeThread&) = delete;
   ~NetworkTimeThread();

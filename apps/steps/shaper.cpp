@@ -8,37 +8,36 @@
 
 #include <fmt/printf.h>
 
-#include "lib/platform/interface_reader.h"
-#include "lib/platform/log.h"
-#include "lib/platform/spawn_process.h"
+#include "apps/steps/contained.h"
+#include "lib/platform/settings/interface_reader.h"
+#include "lib/platform/system/spawn_process.h"
 
 namespace corvo {
 
 namespace {
 
-constexpr unsigned int kTcFlags = SpawnProcess::kKernelLogOutput | SpawnProcess::kWatchdog;
-
-int RunTc(Programs& programs, const std::vector<std::string>& args) {
-  return programs.Run("tc", args, kTcFlags);
+int RunTc(Platform& platform, const std::vector<std::string>& args) {
+  return platform.programs.Run("tc", args, SpawnProcess::kSystemToolFlags);
 }
 
 int AddShaper(const PersistentNetworkConfig::InterfaceReader& reader, const std::string& ifname,
-              Programs& programs) {
+              Platform& platform) {
   const std::uint32_t rate = reader.InboundRate();
   if (rate == 0) {
-    Log("No inbound bandwidth shaping on %s\n", ifname);
+    platform.log.Print("No inbound bandwidth shaping on %s\n", ifname);
     return 0;
   }
-  Log("Adding inbound bandwidth shaping of %ubit/s for %s\n", rate, ifname);
-  int status = RunTc(programs, {"qdisc", "add", "dev", ifname, "handle", "ffff:", "ingress"});
+  platform.log.Print("Adding inbound bandwidth shaping of %ubit/s for %s\n", rate, ifname);
+  int status = RunTc(platform, {"qdisc", "add", "dev", ifname, "handle", "ffff:", "ingress"});
   if (status != 0) {
     throw std::runtime_error(fmt::sprintf("Shaper(%s): Failed to add qdisc: %d", ifname, status));
   }
   // A bare burst is in bytes: the bucket holds as many bytes as the rate has bits per second.
   const std::string rate_text = std::to_string(rate);
-  status = RunTc(programs, {"filter", "add", "dev", ifname, "parent", "ffff:", "protocol", "ip",
-                            "prio", "50", "u32", "match", "ip", "src", "0.0.0.0/0", "police",
-                            "rate", rate_text, "burst", rate_text, "drop", "flowid", ":1"});
+  status = RunTc(
+      platform, {"filter", "add",     "dev",   ifname,    "parent", "ffff:",  "protocol",  "ip",
+                 "prio",   "50",      "u32",   "match",   "ip",     "src",    "0.0.0.0/0", "police",
+                 "rate",   rate_text, "burst", rate_text, "drop",   "flowid", ":1"});
   // The ingress discipline stays without a filter; a later remove clears it.
   if (status != 0) {
     throw std::runtime_error(fmt::sprintf("Shaper(%s): Failed to add filter: %d", ifname, status));
@@ -46,26 +45,27 @@ int AddShaper(const PersistentNetworkConfig::InterfaceReader& reader, const std:
   return status;
 }
 
-int RemoveShaper(const std::string& ifname, Programs& programs) {
-  Log("Removing bandwidth shaper (if present) for %s\n", ifname);
+int RemoveShaper(const std::string& ifname, Platform& platform) {
+  platform.log.Print("Removing bandwidth shaper (if present) for %s\n", ifname);
   // There may be no discipline to delete; deleting it also removes its filter.
-  RunTc(programs, {"qdisc", "del", "dev", ifname, "ingress"});
+  RunTc(platform, {"qdisc", "del", "dev", ifname, "ingress"});
   return 0;
 }
 
 }  // namespace
 
 int ConfigureShaper(const PersistentNetworkConfig::InterfaceReader& reader, const char* ifname,
-                    bool add, Programs& programs) {
-  try {
-    const std::string name(ifname);
-    return add ? AddShaper(reader, name, programs) : RemoveShaper(name, programs);
-  } catch (const std::exception& e) {
-    Log("ConfigureShaper failed: %s\n", e.what());
-  } catch (...) {
-    Log("ConfigureShaper failed: %s\n", "unknown exception");
-  }
-  return -1;
+                    bool add, Platform& platform) {
+  int status = -1;
+  Contained(
+      [&] {
+        const std::string name(ifname);
+        status = add ? AddShaper(reader, name, platform) : RemoveShaper(name, platform);
+      },
+      [&](const std::exception* e) {
+        platform.log.Print("ConfigureShaper failed: %s\n", FailureText(e));
+      });
+  return status;
 }
 
 }  // namespace corvo

@@ -9,7 +9,9 @@ namespace PersistentNetworkConfig {
 class InterfaceReader;
 }
 
+// Installs (add) or removes the interface's inbound limit. Returns 0, or -1
+// after a failure it has printed; callers go on either way.
 int ConfigureShaper(const PersistentNetworkConfig::InterfaceReader& reader, const char* ifname,
-                    bool add, Programs& programs = GetPlatform().programs);
+                    bool add, Platform& platform);
 
 }  // namespace corvo

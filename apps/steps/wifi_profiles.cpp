@@ -6,13 +6,18 @@
 #include <sstream>
 
 #include "apps/steps/enterprise_profiles.h"
-#include "lib/platform/hex.h"
-#include "lib/platform/log.h"
-#include "lib/platform/x509_identity.h"
+#include "lib/platform/base/hex.h"
+#include "lib/platform/settings/x509_identity.h"
+#include "lib/platform/supplicant/names.h"
 
 namespace corvo {
 
 namespace {
+
+using supplicant::BytesProperty;
+using supplicant::IntProperty;
+using supplicant::StringProperty;
+namespace key = supplicant::key;
 
 constexpr std::int32_t kAccessPointPriority = 0;
 constexpr std::int32_t kOpenPriority = 1;
@@ -27,36 +32,36 @@ bool IsAllHex(const std::string& text) {
                      [](char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; });
 }
 
-DBus::Variant Psk(const std::string& passphrase) {
-  if (passphrase.size() < kHexPskLength) return StringProperty("psk", passphrase);
+supplicant::PropertyValue Psk(const std::string& passphrase) {
+  if (passphrase.size() < kHexPskLength) return StringProperty(key::kPsk, passphrase);
   return BytesProperty(HexDecode(passphrase));
 }
 
 void AddAccessPoint(supplicant::Interface& interface, const WifiSettings& settings,
-                    WifiNetworksResult& result) {
+                    WifiNetworksResult& result, LogSink& log) {
   supplicant::PropertySet properties;
-  properties["ssid"] = StringProperty("ssid", settings.ssid);
+  properties[key::kSsid] = StringProperty(key::kSsid, settings.ssid);
   if (!settings.passphrase.empty()) {
-    properties["key_mgmt"] = StringProperty("key_mgmt", "WPA-PSK");
-    properties["psk"] = Psk(settings.passphrase);
+    properties[key::kKeyMgmt] = StringProperty(key::kKeyMgmt, "WPA-PSK");
+    properties[key::kPsk] = Psk(settings.passphrase);
   } else {
-    properties["key_mgmt"] = StringProperty("key_mgmt", "NONE");
+    properties[key::kKeyMgmt] = StringProperty(key::kKeyMgmt, "NONE");
   }
-  properties["disabled"] = IntProperty(0);
-  properties["mode"] = IntProperty(kAccessPointMode);
-  properties["frequency"] = IntProperty(static_cast<std::int32_t>(settings.frequency));
-  properties["priority"] = IntProperty(kAccessPointPriority);
+  properties[key::kDisabled] = IntProperty(0);
+  properties[key::kMode] = IntProperty(kAccessPointMode);
+  properties[key::kFrequency] = IntProperty(static_cast<std::int32_t>(settings.frequency));
+  properties[key::kPriority] = IntProperty(kAccessPointPriority);
 
-  if (WifiDebug()) Log("Adding WiFi AP network: ssid='%s'\n", settings.ssid);
+  if (settings.debug) log.Print("Adding WiFi AP network: ssid='%s'\n", settings.ssid);
   interface.AddNetwork(properties);
   ++result.added;
-  if (WifiDebug()) Log("WiFi AP network added\n");
+  if (settings.debug) log.Print("WiFi AP network added\n");
   result.kind = WifiNetworkKind::kAccessPoint;
 }
 
 void AddStations(supplicant::Interface& interface, const WifiSettings& settings,
                  const WifiSecurity& security, const std::string& ciphers,
-                 WifiNetworksResult& result) {
+                 WifiNetworksResult& result, LogSink& log) {
   const std::string& passphrase = settings.passphrase;
   const std::string::size_type length = passphrase.size();
   // The hidden-network probe is asked for once per profile: by the open
@@ -65,12 +70,12 @@ void AddStations(supplicant::Interface& interface, const WifiSettings& settings,
 
   if (passphrase.empty()) {
     supplicant::PropertySet properties;
-    properties["scan_ssid"] = IntProperty(1);
-    properties["ssid"] = StringProperty("ssid", settings.ssid);
-    properties["key_mgmt"] = StringProperty("key_mgmt", "NONE");
-    properties["disabled"] = IntProperty(0);
-    properties["priority"] = IntProperty(kOpenPriority);
-    if (WifiDebug()) Log("Adding open WIFI network: ssid='%s'\n", settings.ssid);
+    properties[key::kScanSsid] = IntProperty(1);
+    properties[key::kSsid] = StringProperty(key::kSsid, settings.ssid);
+    properties[key::kKeyMgmt] = StringProperty(key::kKeyMgmt, "NONE");
+    properties[key::kDisabled] = IntProperty(0);
+    properties[key::kPriority] = IntProperty(kOpenPriority);
+    if (settings.debug) log.Print("Adding open WIFI network: ssid='%s'\n", settings.ssid);
     interface.AddNetwork(properties);
     ++result.added;
     probe_pending = false;
@@ -80,16 +85,16 @@ void AddStations(supplicant::Interface& interface, const WifiSettings& settings,
   const bool hex_key = length % 2 == 0;
   if (security.wep && wep_length && (!hex_key || IsAllHex(passphrase))) {
     supplicant::PropertySet properties;
-    properties["scan_ssid"] = IntProperty(probe_pending ? 1 : 0);
-    properties["ssid"] = StringProperty("ssid", settings.ssid);
-    properties["key_mgmt"] = StringProperty("key_mgmt", "NONE");
-    properties["priority"] = IntProperty(kWepPriority);
-    properties["wep_key0"] =
-        hex_key ? BytesProperty(HexDecode(passphrase)) : StringProperty("wep_key0", passphrase);
-    properties["disabled"] = IntProperty(0);
-    properties["auth_alg"] = StringProperty("auth_alg", "SHARED OPEN");
-    properties["group"] = StringProperty("group", "WEP104 WEP40");
-    Log("Adding WEP WIFI network: ssid='%s'\n", settings.ssid);
+    properties[key::kScanSsid] = IntProperty(probe_pending ? 1 : 0);
+    properties[key::kSsid] = StringProperty(key::kSsid, settings.ssid);
+    properties[key::kKeyMgmt] = StringProperty(key::kKeyMgmt, "NONE");
+    properties[key::kPriority] = IntProperty(kWepPriority);
+    properties[key::kWepKey0] =
+        hex_key ? BytesProperty(HexDecode(passphrase)) : StringProperty(key::kWepKey0, passphrase);
+    properties[key::kDisabled] = IntProperty(0);
+    properties[key::kAuthAlg] = StringProperty(key::kAuthAlg, "SHARED OPEN");
+    properties[key::kGroup] = StringProperty(key::kGroup, "WEP104 WEP40");
+    log.Print("Adding WEP WIFI network: ssid='%s'\n", settings.ssid);
     interface.AddNetwork(properties);
     ++result.added;
   }
@@ -98,15 +103,15 @@ void AddStations(supplicant::Interface& interface, const WifiSettings& settings,
   // an empty cipher list anyway.
   if (length >= 8 && length <= kHexPskLength && !ciphers.empty()) {
     supplicant::PropertySet properties;
-    properties["scan_ssid"] = IntProperty(probe_pending ? 1 : 0);
-    properties["ssid"] = StringProperty("ssid", settings.ssid);
-    properties["key_mgmt"] = StringProperty("key_mgmt", "WPA-PSK");
-    properties["pairwise"] = StringProperty("pairwise", ciphers);
-    properties["group"] = StringProperty("group", ciphers);
-    properties["priority"] = IntProperty(kWpaPriority);
-    properties["psk"] = Psk(passphrase);
-    properties["disabled"] = IntProperty(0);
-    Log("Adding WPA WIFI network: ssid='%s'\n", settings.ssid);
+    properties[key::kScanSsid] = IntProperty(probe_pending ? 1 : 0);
+    properties[key::kSsid] = StringProperty(key::kSsid, settings.ssid);
+    properties[key::kKeyMgmt] = StringProperty(key::kKeyMgmt, "WPA-PSK");
+    properties[key::kPairwise] = StringProperty(key::kPairwise, ciphers);
+    properties[key::kGroup] = StringProperty(key::kGroup, ciphers);
+    properties[key::kPriority] = IntProperty(kWpaPriority);
+    properties[key::kPsk] = Psk(passphrase);
+    properties[key::kDisabled] = IntProperty(0);
+    log.Print("Adding WPA WIFI network: ssid='%s'\n", settings.ssid);
     interface.AddNetwork(properties);
     ++result.added;
   }
@@ -116,11 +121,11 @@ void AddStations(supplicant::Interface& interface, const WifiSettings& settings,
 }  // namespace
 
 bool ParseWifiSecurityOptions(const std::string& ifname, const std::string& options,
-                              WifiSecurity& security) {
+                              WifiSecurity& security, LogSink& log) {
   std::istringstream words(options);
   std::string word;
   if (!(words >> word)) {
-    Log("%s: No security configuration; using defaults.\n", ifname);
+    log.Print("%s: No security configuration; using defaults.\n", ifname);
     security = WifiSecurity{true, true, true};
     return true;
   }
@@ -133,7 +138,7 @@ bool ParseWifiSecurityOptions(const std::string& ifname, const std::string& opti
     } else if (word == "wep") {
       security.wep = true;
     } else {
-      Log("%s: Unknown wifi security option %s\n", ifname, word);
+      log.Print("%s: Unknown wifi security option %s\n", ifname, word);
       return false;
     }
   } while (words >> word);
@@ -149,21 +154,21 @@ std::string CipherList(const WifiSecurity& security) {
 
 WifiNetworksResult ConfigureWifiNetworks(supplicant::Interface& interface,
                                          const std::string& ifname, const WifiSettings& settings,
-                                         bool wired, bool time_is_set) {
+                                         bool wired, bool time_is_set, LogSink& log) {
   WifiNetworksResult result;
   interface.RemoveAllNetworks();
   if (!wired && settings.ssid.empty() && !settings.access_point) return result;
 
   WifiSecurity security;
-  if (!ParseWifiSecurityOptions(ifname, settings.security_options, security)) {
-    Log("%s: Wifi security configuration error.\n", ifname);
+  if (!ParseWifiSecurityOptions(ifname, settings.security_options, security, log)) {
+    log.Print("%s: Wifi security configuration error.\n", ifname);
     return result;
   }
   const std::string ciphers = CipherList(security);
 
   if (settings.UsesEapTls()) {
     CertificateIdentity certificate;
-    if (BuildEapTlsNetwork(interface, ifname, settings, ciphers, certificate, wired)) {
+    if (BuildEapTlsNetwork(interface, ifname, settings, ciphers, certificate, wired, log)) {
       result.kind = WifiNetworkKind::kEapTls;
       result.added = 1;
       result.certificate_start = certificate.activation;
@@ -171,8 +176,8 @@ WifiNetworksResult ConfigureWifiNetworks(supplicant::Interface& interface,
     return result;
   }
   if (settings.UsesPeap()) {
-    if (BuildPeapNetwork(interface, ifname, settings, ciphers, time_is_set, wired)) {
-      Log("%s: PEAP/MSCHAPv2 enabled\n", ifname);
+    if (BuildPeapNetwork(interface, ifname, settings, ciphers, time_is_set, wired, log)) {
+      log.Print("%s: PEAP/MSCHAPv2 enabled\n", ifname);
       result.kind = WifiNetworkKind::kPeap;
       result.added = 1;
     }
@@ -182,9 +187,9 @@ WifiNetworksResult ConfigureWifiNetworks(supplicant::Interface& interface,
 
   try {
     if (settings.access_point) {
-      AddAccessPoint(interface, settings, result);
+      AddAccessPoint(interface, settings, result, log);
     } else {
-      AddStations(interface, settings, security, ciphers, result);
+      AddStations(interface, settings, security, ciphers, result, log);
     }
   } catch (...) {
     // Leave no half of a profile behind.

@@ -8,7 +8,8 @@
 #include <string>
 
 #include "apps/steps/wifi_settings.h"
-#include "lib/platform/supplicant.h"
+#include "lib/platform/base/log.h"
+#include "lib/platform/supplicant/supplicant.h"
 
 namespace corvo {
 
@@ -21,7 +22,7 @@ struct WifiSecurity {
 // Words separated by blanks: "wep", "tkip", "ccmp". Empty options allow all
 // three. An unknown word is reported and fails the parse.
 bool ParseWifiSecurityOptions(const std::string& ifname, const std::string& options,
-                              WifiSecurity& security);
+                              WifiSecurity& security, LogSink& log);
 
 // "CCMP", "TKIP", "CCMP TKIP" or empty: the pairwise and group ciphers.
 std::string CipherList(const WifiSecurity& security);
@@ -41,6 +42,6 @@ struct WifiNetworksResult {
 // the networks added so far are removed again.
 WifiNetworksResult ConfigureWifiNetworks(supplicant::Interface& interface,
                                          const std::string& ifname, const WifiSettings& settings,
-                                         bool wired, bool time_is_set);
+                                         bool wired, bool time_is_set, LogSink& log);
 
 }  // namespace corvo

@@ -1,21 +1,14 @@
 #include "apps/steps/wifi_settings.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cctype>
 #include <sstream>
-#include <stdexcept>
 
-#include <dbus/dbus.h>
-
-#include "lib/platform/interface_reader.h"
-#include "lib/platform/dbus_values.h"
+#include "lib/platform/settings/interface_reader.h"
 
 namespace corvo {
 
 namespace {
-
-std::atomic<bool> g_wifi_debug{false};
 
 char Lower(char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); }
 
@@ -49,23 +42,6 @@ WifiSettings ReadWifiSettings(const PersistentNetworkConfig::InterfaceReader& re
   settings.dot1x_method = reader.Dot1xMethod();
   return settings;
 }
-
-void SetWifiDebug(bool on) { g_wifi_debug = on; }
-
-bool WifiDebug() { return g_wifi_debug; }
-
-DBus::Variant StringProperty(const std::string& key, const std::string& value) {
-  // libdbus aborts the process on invalid UTF-8 or an embedded NUL.
-  if (value.find('\0') != std::string::npos ||
-      !dbus_validate_utf8(value.c_str(), nullptr)) {
-    throw std::runtime_error("Network property " + key + " is not valid UTF-8");
-  }
-  return MakeVariant(value);
-}
-
-DBus::Variant IntProperty(std::int32_t value) { return MakeVariant(value); }
-
-DBus::Variant BytesProperty(const std::vector<std::uint8_t>& value) { return MakeVariant(value); }
 
 bool ContainsIgnoringCase(const std::string& text, const std::string& word) {
   const auto found = std::search(text.begin(), text.end(), word.begin(), word.end(),

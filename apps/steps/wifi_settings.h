@@ -1,12 +1,7 @@
 #pragma once
-// What the supplicant networks of one interface are built from, and the value
-// types the supplicant takes for network properties.
+// What the supplicant networks of one interface are built from.
 
-#include <cstdint>
 #include <string>
-#include <vector>
-
-#include <dbus-c++/types.h>
 
 namespace corvo {
 
@@ -27,6 +22,7 @@ struct WifiSettings {
   std::string identity;            // "wc"
   std::string dot1x_options;       // "wo"
   std::string dot1x_method;        // "ww"
+  bool debug = false;              // the stored debugging switch of the port
 
   bool IsHidden() const;    // the word "hidden" among the 802.1X options
   bool UsesEapTls() const;  // a private key is stored
@@ -34,16 +30,6 @@ struct WifiSettings {
 };
 
 WifiSettings ReadWifiSettings(const PersistentNetworkConfig::InterfaceReader& reader);
-
-// Debugging output of the wireless and 802.1X steps, for the whole run.
-void SetWifiDebug(bool on);
-bool WifiDebug();
-
-// Property values: strings must be valid UTF-8 (raises "Network property %s is
-// not valid UTF-8" naming the key, never the value).
-DBus::Variant StringProperty(const std::string& key, const std::string& value);
-DBus::Variant IntProperty(std::int32_t value);
-DBus::Variant BytesProperty(const std::vector<std::uint8_t>& value);
 
 // Whether text contains word, ignoring letter case.
 bool ContainsIgnoringCase(const std::string& text, const std::string& word);

@@ -4,7 +4,8 @@
 #include <cstdlib>
 #include <sys/stat.h>
 
-#include "lib/platform/network_ports.h"
+#include "lib/platform/base/interface_names.h"
+#include "lib/platform/system/network_ports.h"
 
 namespace corvo {
 
@@ -38,18 +39,18 @@ void HardwareConfig::Load(const BootEnvironment& environment) {
 }
 
 std::optional<std::string> HardwareConfig::GetEthernetInterface(bool assume_present) const {
-  if (assume_present || HasEthernet()) return std::string("eth0");
+  if (assume_present || HasEthernet()) return std::string(kEthernetPort);
   return std::nullopt;
 }
 
 std::optional<std::string> HardwareConfig::GetWifiInterface() const {
-  if (NetworkPortExists("wlan0")) return std::string("wlan0");
+  if (NetworkPortExists(kWifiPort)) return std::string(kWifiPort);
   return std::nullopt;
 }
 
 std::optional<std::string> HardwareConfig::GetModemInterface() const {
   struct stat st;
-  if (stat("/dev/modem", &st) == 0) return std::string("ppp0");
+  if (stat(kModemDevice, &st) == 0) return std::string(kDialupPort);
   return std::nullopt;
 }
 
@@ -61,6 +62,38 @@ bool HardwareConfig::IsEthernetInterface(const std::string& name) const {
 bool HardwareConfig::IsWifiInterface(const std::string& name) const {
   const auto wifi = GetWifiInterface();
   return wifi && *wifi == name;
+}
+
+namespace {
+
+HardwareConfig& Installed() { return *HardwareConfig::GetInstance(); }
+
+}  // namespace
+
+bool InstalledHardwareFacts::IsWifiInterface(const std::string& name) {
+  return Installed().IsWifiInterface(name);
+}
+
+bool InstalledHardwareFacts::IsEthernetInterface(const std::string& name) {
+  return Installed().IsEthernetInterface(name);
+}
+
+std::optional<std::string> InstalledHardwareFacts::EthernetInterface() {
+  return Installed().GetEthernetInterface();
+}
+
+std::string InstalledHardwareFacts::WifiDriver() { return Installed().WifiDriver(); }
+
+std::string InstalledHardwareFacts::OemId() { return Installed().OemId(); }
+
+std::string InstalledHardwareFacts::OemModel() { return Installed().OemModel(); }
+
+std::string InstalledHardwareFacts::SerialNumber() { return Installed().SerialNumber(); }
+
+std::optional<std::string> InstalledHardwareFacts::WifiMacAddress() {
+  const HardwareConfig& hardware = Installed();
+  if (!hardware.NeedsWifiMacAddress()) return std::nullopt;
+  return hardware.WifiMacAddressVariable();
 }
 
 }  // namespace corvo

@@ -7,7 +7,8 @@
 #include <string>
 
 #include "lib/hardware/boot_environment.h"
-#include "lib/platform/singleton.h"
+#include "lib/hardware/hardware_facts.h"
+#include "lib/platform/base/singleton.h"
 
 namespace corvo {
 
@@ -45,6 +46,20 @@ class HardwareConfig : public Singleton<HardwareConfig> {
   std::string m_oem_model;
   std::string m_serial;
   std::optional<std::string> m_wlan0_hwaddr;
+};
+
+// The facts of the HardwareConfig that exists when they are asked for (asking
+// with none is an assertion failure).
+class InstalledHardwareFacts : public HardwareFacts {
+ public:
+  bool IsWifiInterface(const std::string& name) override;
+  bool IsEthernetInterface(const std::string& name) override;
+  std::optional<std::string> EthernetInterface() override;
+  std::string WifiDriver() override;
+  std::string OemId() override;
+  std::string OemModel() override;
+  std::string SerialNumber() override;
+  std::optional<std::string> WifiMacAddress() override;
 };
 
 // Parses a number with automatic base detection ("0x" hexadecimal, leading "0" octal).

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "lib/platform/evp_cipher.h"
-#include "lib/platform/hex.h"
-#include "lib/platform/passphrase_obfuscation.h"
+#include "lib/platform/settings/evp_cipher.h"
+#include "lib/platform/base/hex.h"
+#include "lib/platform/settings/passphrase_obfuscation.h"
 
 namespace corvo::test {
 

@@ -6,7 +6,7 @@
 #include <exception>
 #include <string>
 
-#include "lib/platform/passphrase_obfuscation.h"
+#include "lib/platform/settings/passphrase_obfuscation.h"
 #include "tests/support/passphrase_obfuscator.h"
 
 int main(int argc, char** argv) {

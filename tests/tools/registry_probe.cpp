@@ -17,9 +17,8 @@
 #include <vector>
 
 #include <boost/thread/thread.hpp>
-#include <dbus-c++/error.h>
-
-#include "lib/platform/registry.h"
+#include "lib/platform/bus/bus_error.h"
+#include "lib/platform/settings/registry.h"
 
 namespace {
 
@@ -58,8 +57,8 @@ int Describe(const std::function<void()>& run, const std::string& prefix = "") {
     return 0;
   } catch (const std::exception& e) {
     using R = corvo::Registry;
-    const auto* dbus = dynamic_cast<const DBus::Error*>(&e);
-    if (dbus) kind = std::string("DBus ") + (dbus->name() ? dbus->name() : "(null)");
+    const auto* bus = dynamic_cast<const corvo::BusError*>(&e);
+    if (bus) kind = "DBus " + bus->Name();
     if (Is<R::InvalidEncoding>(e)) kind = "InvalidEncoding";
     if (Is<R::InvalidName>(e)) kind = "InvalidName";
     if (Is<R::InvalidJson>(e)) kind = "InvalidJson";
@@ -85,30 +84,37 @@ const std::map<std::string, Operation>& Operations() {
       {"DeleteKey", {2, [](auto& a) { corvo::GetRegistry().DeleteKey(a[0], a[1]); }}},
       {"DeleteSection", {1, [](auto& a) { corvo::GetRegistry().DeleteSection(a[0]); }}},
       {"DeleteAll", {0, [](auto&) { corvo::GetRegistry().DeleteAll(); }}},
-      {"SectionList", {0, [](auto&) {
-         for (const auto& section : corvo::GetRegistry().SectionList()) PrintLine(section);
-       }}},
-      {"KeyList", {1, [](auto& a) {
-         for (const auto& [key, value] : corvo::GetRegistry().KeyList(a[0])) {
-           PrintLine(key + "=" + value);
-         }
-       }}},
+      {"SectionList",
+       {0,
+        [](auto&) {
+          for (const auto& section : corvo::GetRegistry().SectionList()) PrintLine(section);
+        }}},
+      {"KeyList",
+       {1,
+        [](auto& a) {
+          for (const auto& [key, value] : corvo::GetRegistry().KeyList(a[0])) {
+            PrintLine(key + "=" + value);
+          }
+        }}},
       {"Flush", {0, [](auto&) { corvo::GetRegistry().Flush(); }}},
-      {"threads", {2, [](auto& a) {
-         // Both threads share the one client; each prints its own line.
-         int status[2] = {0, 0};
-         auto reader = [&](int index) {
-           std::string value;
-           const std::string prefix = "thread " + std::to_string(index) + ": ";
-           status[index] = Describe([&] { value = corvo::GetRegistry().Read(a[0], a[1]); }, prefix);
-           if (status[index] == 0) PrintLine(prefix + value);
-         };
-         boost::thread first(reader, 0);
-         boost::thread second(reader, 1);
-         first.join();
-         second.join();
-         if (status[0] != 0 || status[1] != 0) throw std::runtime_error("a reader failed");
-       }}},
+      {"threads",
+       {2,
+        [](auto& a) {
+          // Both threads share the one client; each prints its own line.
+          int status[2] = {0, 0};
+          auto reader = [&](int index) {
+            std::string value;
+            const std::string prefix = "thread " + std::to_string(index) + ": ";
+            status[index] =
+                Describe([&] { value = corvo::GetRegistry().Read(a[0], a[1]); }, prefix);
+            if (status[index] == 0) PrintLine(prefix + value);
+          };
+          boost::thread first(reader, 0);
+          boost::thread second(reader, 1);
+          first.join();
+          second.join();
+          if (status[0] != 0 || status[1] != 0) throw std::runtime_error("a reader failed");
+        }}},
   };
   return operations;
 }

@@ -21,12 +21,10 @@
 #include <string>
 #include <vector>
 
-#include <dbus-c++/error.h>
 #include <fmt/format.h>
 
 #include "lib/hardware/hardware_config.h"
-#include "lib/platform/dbus_values.h"
-#include "lib/platform/supplicant.h"
+#include "lib/platform/supplicant/supplicant.h"
 
 namespace {
 
@@ -60,13 +58,13 @@ supplicant::PropertySet ParseProperties(const Args& args) {
     const std::string type = args[i].substr(equals + 1, colon - equals - 1);
     const std::string value = args[i].substr(colon + 1);
     if (type == "s") {
-      properties[key] = corvo::MakeVariant(value);
+      properties[key] = value;
     } else if (type == "i") {
-      properties[key] = corvo::MakeVariant(static_cast<std::int32_t>(std::stol(value)));
+      properties[key] = static_cast<std::int32_t>(std::stol(value));
     } else if (type == "u") {
-      properties[key] = corvo::MakeVariant(static_cast<std::uint32_t>(std::stoul(value)));
+      properties[key] = static_cast<std::uint32_t>(std::stoul(value));
     } else if (type == "ay") {
-      properties[key] = corvo::MakeVariant(DecodeHex(value));
+      properties[key] = DecodeHex(value);
     } else {
       throw std::invalid_argument("unknown type " + type);
     }
@@ -79,18 +77,28 @@ std::string Describe(const supplicant::BssInfo& bss) {
                      bss.signal, bss.frequency);
 }
 
+// The drivers as the command chooses them, from the device's hardware description.
+std::shared_ptr<supplicant::Supplicant> Connect() {
+  const corvo::HardwareConfig* hardware = corvo::HardwareConfig::GetInstance();
+  return supplicant::Supplicant::Create({hardware->GetEthernetInterface(), hardware->WifiDriver()});
+}
+
 std::shared_ptr<supplicant::Interface> Find(const Args& args) {
   if (args.empty()) throw std::invalid_argument("missing interface name");
-  return supplicant::Supplicant::Create()->GetInterface(args[0]);
+  return Connect()->GetInterface(args[0]);
 }
 
 void Print(const std::string& text) { std::printf("%s\n", text.c_str()); }
 
 const std::map<std::string, std::function<void(const Args&)>> kOperations = {
-    {"get", [](const Args& a) { Find(a); Print("ok"); }},
+    {"get",
+     [](const Args& a) {
+       Find(a);
+       Print("ok");
+     }},
     {"get-or-create",
      [](const Args& a) {
-       supplicant::Supplicant::Create()->GetOrCreateInterface(a.at(0));
+       Connect()->GetOrCreateInterface(a.at(0));
        Print("ok");
      }},
     {"state", [](const Args& a) { Print(Find(a)->GetState()); }},
@@ -124,8 +132,7 @@ const std::map<std::string, std::function<void(const Args&)>> kOperations = {
                supplicant::LookupPropertyString(network->GetProperties(), entry.first));
        }
      }},
-    {"debug",
-     [](const Args& a) { supplicant::Supplicant::Create()->SetDebugLevel(a.at(0) == "on"); }},
+    {"debug", [](const Args& a) { Connect()->SetDebugLevel(a.at(0) == "on"); }},
 };
 
 int Run(const std::string& name, const Args& args) {
@@ -136,8 +143,8 @@ int Run(const std::string& name, const Args& args) {
     if (operation == kOperations.end()) throw std::invalid_argument("unknown operation " + name);
     operation->second(args);
     return 0;
-  } catch (const DBus::Error& e) {
-    kind = e.name() ? e.name() : "(null)";
+  } catch (const corvo::BusError& e) {
+    kind = e.Name();
     what = e.what();
   } catch (const std::exception& e) {
     kind = "std";

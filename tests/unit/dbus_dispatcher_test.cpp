@@ -7,7 +7,7 @@
 #include <string>
 #include <thread>
 
-#include "lib/platform/dbus_dispatcher.h"
+#include "lib/platform/bus/dbus_dispatcher.h"
 
 namespace {
 

@@ -7,7 +7,8 @@
 
 #include "lib/hardware/hardware_config.h"
 #include "lib/hardware/led_status.h"
-#include "lib/platform/network_ports.h"
+#include "lib/platform/system/network_ports.h"
+#include "lib/platform/system/real_os.h"
 #include "tests/unit/private_kernel_log.h"
 
 namespace {
@@ -113,10 +114,11 @@ std::string ReadFile(const boost::filesystem::path& path) {
 TEST_F(PortDirectory, LedPatternWrites) {
   const auto led = m_dir / "ethernet";
   boost::filesystem::create_directories(led);
-  const corvo::LedNetworkStatusObserver eth("eth0", Dir());
+  corvo::RealFiles files;
+  const corvo::LedNetworkStatusObserver eth("eth0", files, Dir());
   EXPECT_EQ(eth.LedDirectory(), led.string() + "/");
-  EXPECT_EQ(corvo::LedNetworkStatusObserver("eth1", Dir()).LedDirectory(), "");
-  EXPECT_EQ(corvo::LedNetworkStatusObserver("wlan0", Dir()).LedDirectory(), "");
+  EXPECT_EQ(corvo::LedNetworkStatusObserver("eth1", files, Dir()).LedDirectory(), "");
+  EXPECT_EQ(corvo::LedNetworkStatusObserver("wlan0", files, Dir()).LedDirectory(), "");
 
   const auto timer = [&led] {
     return ReadFile(led / "trigger") + ReadFile(led / "brightness") + " " +

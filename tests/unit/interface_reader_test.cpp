@@ -1,4 +1,4 @@
-#include "lib/platform/interface_reader.h"
+#include "lib/platform/settings/interface_reader.h"
 
 #include <functional>
 #include <gtest/gtest.h>
@@ -11,8 +11,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include "lib/hardware/hardware_config.h"
-#include "tests/support/memory_registry.h"
+#include "lib/platform/recording_platform.h"
 #include "tests/support/passphrase_obfuscator.h"
 
 namespace corvo::PersistentNetworkConfig {
@@ -50,14 +49,23 @@ struct Case {
 };
 void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
 
+// Readers over a recorded store that counts its reads.
 class ReaderTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    m_hardware.emplace(StaticBootEnvironment({{"VL_FORMAT", "1"}, {"VL_SERIAL", "SER123"}}));
+  ReaderTest() {
+    m_platform.world.on_read = [this](const std::string&, const std::string&) { ++m_reads; };
   }
+  void Set(const std::string& section, const std::string& key, const std::string& value) {
+    m_platform.world.Set(section, key, value);
+  }
+  InterfaceReader Interface(const std::string& ifname, const std::string& serial = "SER123") {
+    return InterfaceReader(ifname, m_registry, serial);
+  }
+  HostReader Host(const std::string& serial = "SER123") { return HostReader(m_registry, serial); }
 
-  test::MemoryRegistry m_registry;
-  std::optional<HardwareConfig> m_hardware;
+  RecordingPlatform m_platform;
+  Registry& m_registry = m_platform.Get().registry;
+  int m_reads = 0;
 };
 
 class ReaderCaseTest : public ReaderTest, public ::testing::WithParamInterface<Case> {};
@@ -65,11 +73,9 @@ class ReaderCaseTest : public ReaderTest, public ::testing::WithParamInterface<C
 // "eth0" shares its section with the host settings, so one section serves both readers.
 TEST_P(ReaderCaseTest, ParsesStoredValue) {
   const Case& c = GetParam();
-  for (const auto& [key, value] : c.settings) m_registry.Set(".omba", key, value);
-  const InterfaceReader iface("eth0", m_registry);
-  const HostReader host(m_registry);
-  EXPECT_EQ(Call(c.accessor, {iface, host}), c.expected);
-  EXPECT_EQ(m_registry.ReadCount(), c.reads);
+  for (const auto& [key, value] : c.settings) Set(".omba", key, value);
+  EXPECT_EQ(Call(c.accessor, {Interface("eth0"), Host()}), c.expected);
+  EXPECT_EQ(m_reads, c.reads);
 }
 
 const std::string k48(48, 'i');
@@ -92,47 +98,67 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"IpNegative", {{"ip", "-1"}}, NUM(IsDhcp), "1"},
         Case{"IpZeroIsDhcp", {{"ip", "0"}}, NUM(IsDhcp), "1"},
         Case{"IpSetIsStatic", {{"ip", "a000001"}}, NUM(IsDhcp), "0"},
-        Case{"NetmaskZero", {{"nm", "0"}}, IP(Netmask),
+        Case{"NetmaskZero",
+             {{"nm", "0"}},
+             IP(Netmask),
              "runtime_error: Invalid static IP configuration"},
         Case{"Netmask", {{"nm", "ffffff00"}}, IP(Netmask), "ffffff00"},
         Case{"DhcpServerGateway", {{"dhgw", "C0A80001"}}, IP(DhcpServerGateway), "c0a80001"},
         // What an empty section reads as.
-        Case{"Defaults", {},
+        Case{"Defaults",
+             {},
              ACCESSOR(fmt::format("{:08x} '{}' {} {} {} {} {} {}", r.iface.Gateway(),
                                   r.iface.Passphrase(), r.iface.IsAccessPoint(),
                                   r.iface.AccessPointFrequency(), r.iface.DhcpServerEnabled(),
                                   r.iface.DialupLinkParameter(), r.iface.Mtu(),
                                   r.host.Forwarding())),
-             "00000000 '' false 0 false 0 -1 0", 8},
+             "00000000 '' false 0 false 0 -1 0",
+             8},
         // Plain texts, each from its own key.
         Case{"TextKeys",
-             {{"wi", "a"}, {"wc", "b"}, {"ws", "c"}, {"ww", "d"}, {"wo", "e"}, {"du", "f"},
-              {"dp", "g"}, {"dn", "h"}, {"di", "i"}, {"nd", "j"}, {"dhds", "k"}},
+             {{"wi", "a"},
+              {"wc", "b"},
+              {"ws", "c"},
+              {"ww", "d"},
+              {"wo", "e"},
+              {"du", "f"},
+              {"dp", "g"},
+              {"dn", "h"},
+              {"di", "i"},
+              {"nd", "j"},
+              {"dhds", "k"}},
              ACCESSOR(r.iface.Ssid() + r.iface.Identity() + r.iface.SecurityOptions() +
                       r.iface.Dot1xMethod() + r.iface.Dot1xOptions() + r.iface.DialupUser() +
                       r.iface.DialupPassword() + r.iface.DialupNumber() + r.iface.DialupInit() +
                       r.iface.DomainName() + r.iface.DhcpServerDomain()),
-             "abcdefghijk", 11},
+             "abcdefghijk",
+             11},
         Case{"AccessPointZero", {{"wm", "0"}}, NUM(IsAccessPoint), "1"},
         Case{"Base64", {{"wa", "[base64]aGk="}}, STR(CaCertificate), "hi"},
         Case{"Base64PrefixCut", {{"wa", "[base64"}}, STR(CaCertificate), "[base64"},
         Case{"Base64Plain", {{"wt", "-----BEGIN"}}, STR(ClientCertificate), "-----BEGIN"},
         Case{"Base64Empty", {{"wk", "[base64]"}}, STR(PrivateKey), ""},
-        Case{"Base64Invalid", {{"wk", "[base64]a!=="}}, STR(PrivateKey),
+        Case{"Base64Invalid",
+             {{"wk", "[base64]a!=="}},
+             STR(PrivateKey),
              "runtime_error: Invalid base64 data: Base64 decoding error."},
         Case{"FrequencyTrailing", {{"wf", "5180MHz"}}, NUM(AccessPointFrequency), "5180"},
-        Case{"FrequencyNotNumber", {{"wf", "abc"}}, NUM(AccessPointFrequency),
+        Case{"FrequencyNotNumber",
+             {{"wf", "abc"}},
+             NUM(AccessPointFrequency),
              "invalid_argument: stoul"},
-        Case{"FrequencyNegative", {{"wf", " -1"}}, NUM(AccessPointFrequency),
-             "out_of_range: stoul"},
-        Case{"FrequencyTooWide", {{"wf", "4294967296"}}, NUM(AccessPointFrequency),
+        Case{
+            "FrequencyNegative", {{"wf", " -1"}}, NUM(AccessPointFrequency), "out_of_range: stoul"},
+        Case{"FrequencyTooWide",
+             {{"wf", "4294967296"}},
+             NUM(AccessPointFrequency),
              "out_of_range: stoul"},
         Case{"DhcpServerOn", {{"dh", "x"}}, NUM(DhcpServerEnabled), "1"},
         Case{"DhcpRange", {{"dh", "c0a80164:c0a801c8"}}, RANGE, "c0a80164-c0a801c8"},
         Case{"DhcpRangeFirstAndLast", {{"dh", "a:b::c:d"}}, RANGE, "0000000a-0000000d"},
-        Case{"DhcpRangeOdd", {{"dh", "a:b:c"}}, RANGE,
-             "runtime_error: Malformed IP4 pair"},
-        Case{"DhcpNameServers", {{"dhdn", "8080808:0:8080404"}},
+        Case{"DhcpRangeOdd", {{"dh", "a:b:c"}}, RANGE, "runtime_error: Malformed IP4 pair"},
+        Case{"DhcpNameServers",
+             {{"dhdn", "8080808:0:8080404"}},
              ACCESSOR(fmt::format("{:08x}", fmt::join(r.iface.DhcpServerNameServers(), ","))),
              "08080808,00000000,08080404"},
         Case{"ClientIdDefault", {}, STR(ClientIdentifier), "Velmora:SER123"},
@@ -142,20 +168,28 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"InboundRate", {{"ir", "3e8"}}, NUM(InboundRate), "1000"},
         Case{"InboundRateNone", {{"ir", "-"}}, NUM(InboundRate), "0"},
         Case{"DialupLinkDecimal", {{"im", "10"}}, NUM(DialupLinkParameter), "10"},
-        Case{"DialupLinkGarbage", {{"im", "x1"}}, NUM(DialupLinkParameter),
+        Case{"DialupLinkGarbage",
+             {{"im", "x1"}},
+             NUM(DialupLinkParameter),
              "runtime_error: Invalid dialup link parameter"},
-        Case{"DialupLinkTooWide", {{"im", "99999999999"}}, NUM(DialupLinkParameter),
+        Case{"DialupLinkTooWide",
+             {{"im", "99999999999"}},
+             NUM(DialupLinkParameter),
              "runtime_error: Invalid dialup link parameter"},
-        Case{"NameServersSkipZero", {{"d0", "0"}, {"d1", "8080808"}},
+        Case{"NameServersSkipZero",
+             {{"d0", "0"}, {"d1", "8080808"}},
              ACCESSOR(fmt::format("{:08x}", fmt::join(r.iface.StaticNameServers(), ","))),
-             "08080808", 3},
+             "08080808",
+             3},
         Case{"Metric", {{"im", "a"}}, NUM(InterfaceMetric), "10"},
         Case{"MetricDash", {{"im", "-"}}, NUM(InterfaceMetric), "-1"},
         Case{"MetricOutOfRange", {{"im", "1ffffffff"}}, NUM(InterfaceMetric), "-1"},
         Case{"MtuHex", {{"mtu", "5dc"}}, NUM(Mtu), "1500"},
         Case{"MtuGarbage", {{"mtu", "zz"}}, NUM(Mtu), "-1"},
         Case{"Vlans", {{"vlans", "12,0,12,5000"}}, LIST(Vlans), "0,12"},
-        Case{"VlansEmptyPieces", {{"vlans", ",,7,, 8,-1,4095,99999999999"}}, LIST(Vlans),
+        Case{"VlansEmptyPieces",
+             {{"vlans", ",,7,, 8,-1,4095,99999999999"}},
+             LIST(Vlans),
              "7,8,4095"},
         Case{"VlansNotNumber", {{"vlans", "3,x"}}, LIST(Vlans), "invalid_argument: stoi"},
         Case{"Forwarding2", {{"forwarding", "2"}}, FWD, "2"},
@@ -175,54 +209,48 @@ struct SectionCase {
 class SectionRuleTest : public ReaderTest, public ::testing::WithParamInterface<SectionCase> {};
 
 TEST_P(SectionRuleTest, ReadsFromTheInterfaceSection) {
-  m_registry.Set(GetParam().section, "wi", "found");
-  const InterfaceReader reader(GetParam().ifname, m_registry);
+  Set(GetParam().section, "wi", "found");
+  const InterfaceReader reader = Interface(GetParam().ifname);
   EXPECT_EQ(reader.Section(), GetParam().section);
   EXPECT_EQ(reader.InterfaceName(), GetParam().ifname);
   EXPECT_EQ(reader.Ssid(), "found");
 }
 
-INSTANTIATE_TEST_SUITE_P(Names, SectionRuleTest,
-                         ::testing::Values(SectionCase{"eth0", ".omba"},
-                                           SectionCase{"wlan0", ".omba1"},
-                                           SectionCase{"ppp0", ".omba2"},
-                                           SectionCase{"eth0.12", ".net.eth0.12"},
-                                           SectionCase{"eth1", ".net.eth1"},
-                                           SectionCase{"eth0 ", ".net.eth0 "}));
+INSTANTIATE_TEST_SUITE_P(
+    Names, SectionRuleTest,
+    ::testing::Values(SectionCase{"eth0", ".omba"}, SectionCase{"wlan0", ".omba1"},
+                      SectionCase{"ppp0", ".omba2"}, SectionCase{"eth0.12", ".net.eth0.12"},
+                      SectionCase{"eth1", ".net.eth1"}, SectionCase{"eth0 ", ".net.eth0 "}));
 
 TEST_F(ReaderTest, HostSettingsComeFromEth0Section) {
-  m_registry.Set(".omba", "hn", "box");
-  m_registry.Set(".omba1", "hn", "wrong");
-  EXPECT_EQ(HostReader(m_registry).HostName(), "box");
-}
-
-TEST_F(ReaderTest, DefaultsWithoutSerialWhenFormatIsNotOne) {
-  m_hardware.reset();
-  m_hardware.emplace(StaticBootEnvironment({{"VL_FORMAT", "2"}, {"VL_SERIAL", "SER123"}}));
-  EXPECT_EQ(HostReader(m_registry).HostName(), "Velmora-");
-  EXPECT_EQ(InterfaceReader("eth0", m_registry).ClientIdentifier(), "Velmora:");
+  Set(".omba", "hn", "box");
+  Set(".omba1", "hn", "wrong");
+  EXPECT_EQ(Host().HostName(), "box");
+  // A device without a serial number.
+  EXPECT_EQ(HostReader(m_registry, "").HostName(), "box");
+  Set(".omba", "hn", "");
+  EXPECT_EQ(Host("").HostName(), "Velmora-");
+  EXPECT_EQ(Interface("eth0", "").ClientIdentifier(), "Velmora:");
 }
 
 TEST_F(ReaderTest, NothingIsCached) {
-  const InterfaceReader reader("wlan0", m_registry);
-  m_registry.Set(".omba1", "mtu", "5dc");
+  const InterfaceReader reader = Interface("wlan0");
+  Set(".omba1", "mtu", "5dc");
   EXPECT_EQ(reader.Mtu(), 1500);
-  m_registry.Set(".omba1", "mtu", "5de");
+  Set(".omba1", "mtu", "5de");
   EXPECT_EQ(reader.Mtu(), 1502);
-  EXPECT_EQ(m_registry.ReadCount(), 2);
+  EXPECT_EQ(m_reads, 2);
 }
 
 TEST_F(ReaderTest, PassphraseUsesTheStoredCustomerKey) {
-  m_registry.Set("customer", "obfuscation_key", "customer-key");
-  m_registry.Set(".omba1", "wp", test::ObfuscatePassphrase('C', "customer-key", "secret one"));
-  const InterfaceReader reader("wlan0", m_registry);
+  Set("customer", "obfuscation_key", "customer-key");
+  Set(".omba1", "wp", test::ObfuscatePassphrase('C', "customer-key", "secret one"));
+  const InterfaceReader reader = Interface("wlan0");
   EXPECT_EQ(reader.Passphrase(), "secret one");
-  EXPECT_EQ(m_registry.ReadCount(), 2);
-
-  m_registry.Set(".omba1", "wp",
-                 test::ObfuscatePassphrase('A', BuiltInObfuscationKey(), "secret two"));
+  EXPECT_EQ(m_reads, 2);
+  Set(".omba1", "wp", test::ObfuscatePassphrase('A', BuiltInObfuscationKey(), "secret two"));
   EXPECT_EQ(reader.Passphrase(), "secret two");
-  EXPECT_EQ(m_registry.ReadCount(), 3);
+  EXPECT_EQ(m_reads, 3);
 }
 
 }  // namespace

@@ -1,189 +1,159 @@
-#include <gtest/gtest.h>
+#include <cctype>
 #include <map>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "apps/linkrig/command_steps.h"
 #include "apps/linkrig/interface_name.h"
 #include "apps/linkrig/link_config_command.h"
-#include "lib/hardware/led_status.h"
-#include "lib/platform/interface_reader.h"
-#include "tests/support/memory_registry.h"
+#include "tests/unit/step_test.h"
 
+namespace corvo::test {
 namespace {
 
-using Vars = std::map<std::string, std::string>;
+// The steps a run took, told by what they changed.
+Lines Steps(const Lines& effects) {
+  static const std::vector<std::pair<std::string, std::string>> kSteps = {
+      {"run /sbin/dhcpcd ", "dhcp"},
+      {"run tc qdisc add", "shaper add"},
+      {"run tc qdisc del", "shaper remove"},
+      {"run /sbin/iptables -t nat -F", "forwarding"},
+      {"run /sbin/iptables -t nat -A", "nat"},
+      {"supplicant", "supplicant"},
+      {"write /var/volatile/etc/ppp-chatscript", "dialup"},
+      {"write /sys/class/leds/", "led"},
+  };
+  Lines steps;
+  for (const std::string& effect : effects) {
+    for (const auto& [prefix, step] : kSteps) {
+      if (effect.rfind(prefix, 0) != 0) continue;
+      std::string word = step;
+      if (step == "dhcp") {
+        word = (effect.find(" -x ") != effect.npos ? "dhcp stop " : "dhcp start ") +
+               effect.substr(effect.rfind(' ') + 1);
+      }
+      if (steps.empty() || steps.back() != word) steps.push_back(word);
+    }
+  }
+  return steps;
+}
 
-using corvo::InterfaceReader;
-using corvo::LedNetworkStatusObserver;
-using corvo::PersistentNetworkConfig::HostReader;
-
-// Records the steps the front end runs, in order.
-class RecordingSteps : public corvo::CommandSteps {
- public:
-  std::unique_ptr<InterfaceReader> MakeReader(const std::string& ifname) override {
-    Record("reader " + ifname);
-    return std::make_unique<InterfaceReader>(ifname, registry);
+class Command : public StepTest {
+ protected:
+  Command() {
+    world.ports = {"eth0", "eth1", "wlan0"};
+    world.files["/dev/modem"] = "";
+    Store({{"dn", "1"}}, ".omba2");
+    Store({{"ir", "64"}}, ".net.eth1");
+    Store({{"ir", "64"}}, ".omba1");
   }
-  int ModemStartCheck(const std::string& ifname) override {
-    return Record("modem-check " + ifname, dialup_status);
-  }
-  int ConfigureDialup(const std::string& ifname, int action) override {
-    return Record("dialup " + ifname + " " + std::to_string(action), dialup_status);
-  }
-  void ConfigureHostForwarding(bool apply) override {
-    Record(std::string("host-forwarding ") + (apply ? "apply" : "reset"));
-  }
-  void InitialiseWifi(LedNetworkStatusObserver* observer, const InterfaceReader& reader,
-                      const std::string& ifname) override {
-    Check(observer, reader, ifname);
-    Record("initialise-wifi " + ifname);
-  }
-  void ConfigureWifiOrDot1x(LedNetworkStatusObserver* observer, const InterfaceReader& reader,
-                            const std::string& ifname) override {
-    Check(observer, reader, ifname);
-    Record("configure-wifi " + ifname);
-  }
-  void ConfigureInterface(LedNetworkStatusObserver* observer, const InterfaceReader& reader,
-                          const std::string& ifname, bool start) override {
-    Check(observer, reader, ifname);
-    Record("interface " + ifname + (start ? " start" : " stop"));
-    if (throw_in_interface) throw std::runtime_error("registry went away");
-  }
-  void ConfigureShaper(const InterfaceReader& reader, const std::string& ifname,
-                       bool add) override {
-    EXPECT_EQ(reader.InterfaceName(), ifname);
-    Record("shaper " + ifname + (add ? " add" : " remove"));
-  }
-  bool CheckLink(const std::string& ifname) override { return Record("checklink " + ifname, link); }
-  bool AnyNetworkPortHasLink() override { return Record("host-link", link); }
-  void UpdateLed(LedNetworkStatusObserver* observer) override {
-    Record("update-led " + observer->InterfaceName());
-  }
-  int HostForwardingMode() override {
-    return Record("forwarding-mode", HostReader(registry).Forwarding());
-  }
-  void ConfigureNat(const std::string& ifname) override { Record("nat " + ifname); }
-
-  template <typename T = int>
-  T Record(const std::string& step, T result = T()) {
-    steps.push_back(step);
-    return result;
-  }
-  void Check(LedNetworkStatusObserver* observer, const InterfaceReader& reader,
-             const std::string& ifname) {
-    ASSERT_NE(observer, nullptr);
-    EXPECT_EQ(observer->InterfaceName(), ifname);
-    EXPECT_EQ(reader.InterfaceName(), ifname);
+  int Run(std::vector<const char*> args, const BootEnvironment& environment = kEthernet) {
+    args.insert(args.begin(), "linkrig");
+    return LinkConfigCommand(environment, platform).Run(static_cast<int>(args.size()), args.data());
   }
 
-  corvo::test::MemoryRegistry registry;
-  std::vector<std::string> steps;
-  int dialup_status = 0;
-  bool link = true;
-  bool throw_in_interface = false;
+  inline static const StaticBootEnvironment kEthernet{
+      std::map<std::string, std::string>{{"VL_HWFLAGS", "0x10"}}};
 };
 
 struct DispatchCase {
   const char* ifname;
   const char* action;
   int status;
-  std::vector<std::string> steps;
+  Lines steps;
 };
 
-class DispatchTest : public ::testing::TestWithParam<DispatchCase> {};
+class Dispatch : public Command, public ::testing::WithParamInterface<DispatchCase> {};
 
-int RunCommand(RecordingSteps& steps, const corvo::BootEnvironment& env,
-               std::vector<const char*> args) {
-  args.insert(args.begin(), "linkrig");
-  return corvo::LinkConfigCommand(env, steps).Run(static_cast<int>(args.size()), args.data());
+TEST_P(Dispatch, RunsTheStepsInOrder) {
+  EXPECT_EQ(Run({GetParam().ifname, GetParam().action}), GetParam().status) << platform.Log();
+  EXPECT_EQ(Steps(platform.Effects()), GetParam().steps);
 }
 
-TEST_P(DispatchTest, RunsTheStepsInOrder) {
-  const auto& c = GetParam();
-  RecordingSteps steps;
-  steps.dialup_status = 7;
-  const corvo::StaticBootEnvironment env(Vars{{"VL_HWFLAGS", "0x10"}});
-  EXPECT_EQ(RunCommand(steps, env, {c.ifname, c.action}), c.status);
-  EXPECT_EQ(steps.steps, c.steps);
+const Lines kStopEth1{"dhcp stop eth1", "forwarding"};
+const Lines kStartEth1{"dhcp start eth1", "forwarding", "shaper add"};
+Lines Join(Lines a, const Lines& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
 }
 
-using V = std::vector<std::string>;
 INSTANTIATE_TEST_SUITE_P(
-    Table, DispatchTest,
+    Table, Dispatch,
     ::testing::ValuesIn(std::vector<DispatchCase>{
-        {"ppp0", "init", 7, {"modem-check ppp0"}},
-        {"ppp0", "add", 7, {"modem-check ppp0"}},
+        {"ppp0", "init", 0, {"dialup"}},
+        {"ppp0", "add", 0, {"dialup"}},
         {"wlan0", "init", 0, {}},
         {"host", "add", 0, {}},
-        {"ppp0", "remove", 7, {"dialup ppp0 2"}},
+        {"ppp0", "remove", 0, {"dialup"}},
         {"eth1", "remove", 0, {}},
-        {"host", "start", 0, {"host-forwarding apply"}},
-        {"ppp0", "start", 7, {"dialup ppp0 1"}},
-        {"eth0", "start", 0, {"reader eth0", "initialise-wifi eth0", "interface eth0 stop",
-                              "interface eth0 start", "shaper eth0 add"}},
-        {"eth1", "start", 0,
-         {"reader eth1", "interface eth1 stop", "interface eth1 start", "shaper eth1 add"}},
+        {"host", "start", 0, {"forwarding"}},
+        {"ppp0", "start", 0, {"dialup"}},
+        {"eth1", "start", 0, Join({"dhcp stop eth1", "forwarding"}, kStartEth1)},
+        {"wlan0",
+         "start",
+         0,
+         {"supplicant", "dhcp stop wlan0", "forwarding", "dhcp start wlan0", "forwarding",
+          "shaper add"}},
         {"host", "stop", 0, {}},
-        {"ppp0", "stop", 7, {"dialup ppp0 2"}},
-        {"eth0", "stop", 0, {"reader eth0", "interface eth0 stop", "shaper eth0 remove"}},
-        {"host", "reconfigure", 0, {"host-forwarding apply"}},
-        {"ppp0", "reconfigure", 7, {"dialup ppp0 3"}},
-        {"eth0", "reconfigure", 0, {"reader eth0", "interface eth0 stop", "shaper eth0 remove",
-                                    "configure-wifi eth0", "interface eth0 start",
-                                    "shaper eth0 add"}},
-        {"eth1", "reconfigure", 0, {"reader eth1", "interface eth1 stop", "shaper eth1 remove",
-                                    "interface eth1 start", "shaper eth1 add"}},
-        {"host", "checklink", 0, {"host-link"}},
-        {"ppp0", "checklink", 0, {"checklink ppp0"}},
-        {"eth0", "update", 0, {"update-led eth0", "forwarding-mode"}},
+        {"ppp0", "stop", 0, {"dialup"}},
+        {"eth1", "stop", 0, Join(kStopEth1, {"shaper remove"})},
+        {"host", "reconfigure", 0, {"forwarding"}},
+        {"ppp0", "reconfigure", 0, {"dialup"}},
+        {"eth1", "reconfigure", 0, Join(Join(kStopEth1, {"shaper remove"}), kStartEth1)},
+        {"wlan0",
+         "reconfigure",
+         0,
+         {"dhcp stop wlan0", "forwarding", "shaper remove", "supplicant", "dhcp start wlan0",
+          "forwarding", "shaper add"}},
+        {"host", "checklink", 1, {}},
+        {"eth1", "update", 0, {}},
         {"wlan0", "frobnicate", 1, {}},
         {"eth0", "START", 1, {}}}),
-    [](const auto& case_info) {
-      std::string name = std::string(case_info.param.ifname) + "_" + case_info.param.action;
-      for (auto& ch : name) {
-        if (!isalnum(static_cast<unsigned char>(ch))) ch = '_';
-      }
+    [](const auto& param_info) {
+      std::string name = std::string(param_info.param.ifname) + "_" + param_info.param.action;
+      for (auto& c : name) c = std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
       return name;
     });
 
-TEST(Dispatch, UpdateRunsNatOnlyInNatMode) {
-  const corvo::StaticBootEnvironment env;
+TEST_F(Command, UpdateRunsNatOnlyInNatModeOnTheDefaultRoute) {
+  world.default_routes.insert("eth1");
   for (const auto& [mode, nat] : std::vector<std::pair<std::string, bool>>{
            {"2", true}, {"02", true}, {"1", false}, {"3", false}, {"", false}}) {
-    RecordingSteps steps;
-    steps.registry.Set(".omba", "forwarding", mode);
-    EXPECT_EQ(RunCommand(steps, env, {"host", "update"}), 0);
-    const V expected = nat ? V{"update-led host", "forwarding-mode", "nat host"}
-                           : V{"update-led host", "forwarding-mode"};
-    EXPECT_EQ(steps.steps, expected) << "forwarding " << mode;
+    platform.ClearEffects();
+    Store({{"forwarding", mode}});
+    EXPECT_EQ(Run({"eth1", "update"}), 0);
+    EXPECT_EQ(Steps(platform.Effects()), nat ? Lines{"nat"} : Lines{}) << "forwarding " << mode;
   }
 }
 
-TEST(Dispatch, LinkCheckStatus) {
-  const corvo::StaticBootEnvironment env;
-  RecordingSteps steps;
-  steps.link = false;
-  EXPECT_EQ(RunCommand(steps, env, {"eth0", "checklink"}), 1);
-  EXPECT_EQ(RunCommand(steps, env, {"host", "checklink"}), 1);
+TEST_F(Command, EthernetRefusedAndLinkChecked) {
+  const StaticBootEnvironment no_ethernet(std::map<std::string, std::string>{{"VL_HWFLAGS", "0"}});
+  EXPECT_EQ(Run({"eth0", "checklink"}, no_ethernet), 1);
+  world.links = {"eth1"};
+  EXPECT_EQ(Run({"eth0", "checklink"}), 1);
+  EXPECT_EQ(Run({"eth1", "checklink"}), 0);
+  EXPECT_EQ(Run({"host", "checklink"}), 0);
+  EXPECT_EQ(platform.Output(),
+            "Ethernet is not supported on this hardware.\neth0: Link is down\neth1: Link is up\n");
+  EXPECT_EQ(Run({"eth0"}), 1);
+  EXPECT_EQ(platform.Log(), kUsage);
 }
 
-TEST(Dispatch, EscapingExceptionGivesStatusTwo) {
-  const corvo::StaticBootEnvironment env;
-  RecordingSteps steps;
-  steps.throw_in_interface = true;
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(RunCommand(steps, env, {"eth1", "start"}), 2);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "linkrig: EXCEPTION: registry went away\n");
-  EXPECT_EQ(steps.steps, (V{"reader eth1", "interface eth1 stop"}));
+TEST_F(Command, EscapingExceptionGivesStatusTwo) {
+  world.on_read = [](const std::string&, const std::string& key) {
+    if (key == "vlans") throw std::runtime_error("registry went away");
+  };
+  EXPECT_EQ(Run({"eth1", "start"}), 2);
+  EXPECT_EQ(platform.Log(), "linkrig: EXCEPTION: registry went away\n");
+  EXPECT_EQ(Steps(platform.Effects()), Lines{});
 }
 
 // Bad names and the 15-character limit are run through the program itself.
 TEST(InterfaceName, AcceptsVlanAndOneCharacterNames) {
-  EXPECT_TRUE(corvo::IsUsableInterfaceName("eth0.12"));
-  EXPECT_TRUE(corvo::IsUsableInterfaceName("a"));
-  EXPECT_FALSE(corvo::IsUsableInterfaceName("../x"));
+  EXPECT_TRUE(IsUsableInterfaceName("eth0.12"));
+  EXPECT_TRUE(IsUsableInterfaceName("a"));
+  EXPECT_FALSE(IsUsableInterfaceName("../x"));
 }
 
 }  // namespace
+}  // namespace corvo::test

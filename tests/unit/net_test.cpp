@@ -11,9 +11,9 @@
 #include <string>
 #include <unistd.h>
 
-#include "lib/platform/errno_exception.h"
-#include "lib/platform/net.h"
-#include "lib/platform/route_table.h"
+#include "lib/platform/base/errno_exception.h"
+#include "lib/platform/system/net.h"
+#include "lib/platform/system/route_table.h"
 
 namespace {
 

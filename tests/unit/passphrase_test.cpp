@@ -1,7 +1,7 @@
 // Stored texts are made by the openssl command line at test time, so the
 // recovery is checked against an encoder that shares no code with it.
 
-#include "lib/platform/passphrase_obfuscation.h"
+#include "lib/platform/settings/passphrase_obfuscation.h"
 
 #include <algorithm>
 #include <cctype>
@@ -14,7 +14,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "lib/platform/hex.h"
+#include "lib/platform/base/hex.h"
 #include "tests/unit/private_kernel_log.h"
 
 namespace corvo {
@@ -137,8 +137,7 @@ TEST(PassphraseTest, RejectsMalformedTexts) {
 
 TEST(PassphraseTest, PaddingLongerThanDataIsRejected) {
   Openssl openssl;
-  const std::string text =
-      openssl.Obfuscate('C', "key", std::string(15, 'p') + '\x11', false);
+  const std::string text = openssl.Obfuscate('C', "key", std::string(15, 'p') + '\x11', false);
   EXPECT_EQ(Failure(text, Provider("key")), "Input is not correctly encrypted");
 }
 
@@ -163,9 +162,9 @@ TEST(PassphraseDeathTest, ShortSaltFieldAborts) {
   }
   EVP::Cipher cipher(9, 3);
   const std::uint8_t salt[8] = {};
-  EXPECT_DEATH((KeepKernelLogPrivate(),
-                ConfigureCipherFromSalt(cipher, salt, sizeof salt, nullptr, 0)),
-               "LHS: salt_size = 8\nRHS: SALT_SIZE = 16\n.*`salt_size==SALT_SIZE'");
+  EXPECT_DEATH(
+      (KeepKernelLogPrivate(), ConfigureCipherFromSalt(cipher, salt, sizeof salt, nullptr, 0)),
+      "LHS: salt_size = 8\nRHS: SALT_SIZE = 16\n.*`salt_size==SALT_SIZE'");
 }
 
 TEST(HexTest, RoundTripAndLimits) {

@@ -12,9 +12,9 @@
 #include <thread>
 #include <unistd.h>
 
-#include "lib/platform/errno_exception.h"
-#include "lib/platform/process_control.h"
-#include "lib/platform/spawn_process.h"
+#include "lib/platform/base/errno_exception.h"
+#include "lib/platform/system/process_control.h"
+#include "lib/platform/system/spawn_process.h"
 
 namespace {
 
@@ -92,8 +92,7 @@ TEST(KillProcessAndWaitErrorTest, MissingProcessThrows) {
   const pid_t pid = GonePid();
   testing::internal::CaptureStderr();
   EXPECT_THAT([pid] { corvo::KillProcessAndWait(pid, SIGTERM, 1000000); },
-              testing::ThrowsMessage<corvo::ErrnoException>(
-                  "KillProcessAndWait: No such process"));
+              testing::ThrowsMessage<corvo::ErrnoException>("KillProcessAndWait: No such process"));
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "Failed to send signal 15 to " + std::to_string(pid) + ".\n");
 }

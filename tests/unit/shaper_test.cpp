@@ -1,15 +1,12 @@
 #include "apps/steps/shaper.h"
 
-#include <gtest/gtest.h>
-
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "lib/platform/interface_reader.h"
-#include "tests/support/memory_registry.h"
-#include "tests/unit/fake_platform.h"
+#include "tests/unit/step_test.h"
 
+namespace corvo::test {
 namespace {
 
 using Words = std::vector<std::string>;
@@ -25,33 +22,21 @@ struct ShaperCase {
   const char* name;
   const char* stored_rate;
   bool add;
-  std::vector<int> tc_codes;
+  std::deque<int> tc_codes;
   std::vector<Words> runs;
   std::string log;
   int result;
 };
 
-class Shaper : public ::testing::TestWithParam<ShaperCase> {};
+class Shaper : public StepTest, public ::testing::WithParamInterface<ShaperCase> {};
 
 TEST_P(Shaper, RunsTcAndReports) {
-  corvo::test::MemoryRegistry registry;
-  registry.Set(".omba", "ir", GetParam().stored_rate);
-  corvo::test::FakePlatform fake;
-  fake.programs.Script("tc", GetParam().tc_codes);
-  const corvo::PersistentNetworkConfig::InterfaceReader reader("eth0", registry);
-
-  testing::internal::CaptureStderr();
-  const int result = corvo::ConfigureShaper(reader, "eth0", GetParam().add, fake.programs);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), GetParam().log);
-
-  std::vector<Words> runs;
-  for (const auto& run : fake.programs.runs) {
-    EXPECT_EQ(run.program, "tc");
-    EXPECT_EQ(run.flags, 259u);
-    runs.push_back(run.args);
-  }
-  EXPECT_EQ(runs, GetParam().runs);
-  EXPECT_EQ(result != 0, GetParam().result != 0);
+  Store({{"ir", GetParam().stored_rate}});
+  world.exit_codes["tc"] = GetParam().tc_codes;
+  EXPECT_EQ(ConfigureShaper(Reader("eth0"), "eth0", GetParam().add, platform), GetParam().result);
+  EXPECT_EQ(platform.Log(), GetParam().log);
+  EXPECT_EQ(Runs("tc"), GetParam().runs);
+  for (const auto& run : world.runs) EXPECT_EQ(run.flags, 259u);
 }
 
 const std::string kAdding = "Adding inbound bandwidth shaping of 1000000bit/s for eth0\n";
@@ -69,31 +54,27 @@ INSTANTIATE_TEST_SUITE_P(
         C{"RemoveWhenAbsent", "0", false, {2}, {kDelQdisc}, kRemoving, 0},
         C{"QdiscFails", "f4240", true, {2}, {kAddQdisc}, kAdding + kFailed + "qdisc: 2\n", -1},
         C{"TcMissing", "f4240", true, {127}, {kAddQdisc}, kAdding + kFailed + "qdisc: 127\n", -1},
-        C{"FilterFailsWithoutRollback", "f4240", true, {0, 2}, {kAddQdisc, kFilter1M},
-          kAdding + kFailed + "filter: 2\n", -1}),
-    [](const ::testing::TestParamInfo<ShaperCase>& case_info) { return case_info.param.name; });
+        C{"FilterFailsWithoutRollback",
+          "f4240",
+          true,
+          {0, 2},
+          {kAddQdisc, kFilter1M},
+          kAdding + kFailed + "filter: 2\n",
+          -1}),
+    NameOf<ShaperCase>);
 
-TEST(ShaperFailures, NothingEscapes) {
-  corvo::test::MemoryRegistry registry;
-  registry.Set(".net.eth1", "ir", "64");
-  const corvo::PersistentNetworkConfig::InterfaceReader reader("eth1", registry);
-  corvo::test::FakePlatform fake;
-
-  fake.programs.on_run = [](const corvo::test::ProgramRun&) {
-    throw std::runtime_error("fork: out of memory");
-  };
-  testing::internal::CaptureStderr();
-  EXPECT_NE(corvo::ConfigureShaper(reader, "eth1", true, fake.programs), 0);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+TEST_F(StepTest, ShaperLetsNothingEscape) {
+  Store({{"ir", "64"}}, ".net.eth1");
+  platform.before_effect = [](const std::string&) { throw std::runtime_error("fork: no memory"); };
+  EXPECT_EQ(ConfigureShaper(Reader("eth1"), "eth1", true, platform), -1);
+  platform.before_effect = [](const std::string&) { throw 42; };
+  EXPECT_EQ(ConfigureShaper(Reader("eth1"), "eth1", false, platform), -1);
+  EXPECT_EQ(platform.Log(),
             "Adding inbound bandwidth shaping of 100bit/s for eth1\n"
-            "ConfigureShaper failed: fork: out of memory\n");
-
-  fake.programs.on_run = [](const corvo::test::ProgramRun&) { throw 42; };
-  testing::internal::CaptureStderr();
-  EXPECT_NO_THROW(corvo::ConfigureShaper(reader, "eth1", false, fake.programs));
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "ConfigureShaper failed: fork: no memory\n"
             "Removing bandwidth shaper (if present) for eth1\n"
             "ConfigureShaper failed: unknown exception\n");
 }
 
 }  // namespace
+}  // namespace corvo::test

@@ -18,8 +18,8 @@
 #include <unistd.h>
 #include <vector>
 
-#include "lib/platform/async_signals.h"
-#include "lib/platform/spawn_process.h"
+#include "lib/platform/system/async_signals.h"
+#include "lib/platform/system/spawn_process.h"
 
 namespace {
 
@@ -148,7 +148,7 @@ TEST(SpawnProcessTest, ChildKilledBySignalThrows) {
   process.Execute(SpawnProcess::kNullOutput);
   ASSERT_EQ(kill(process.Pid(), SIGKILL), 0);
   EXPECT_THAT([&process] { process.Wait(); }, testing::ThrowsMessage<std::runtime_error>(
-                                                   "Child (/bin/sleep) exited with signal 9"));
+                                                  "Child (/bin/sleep) exited with signal 9"));
 }
 
 class SpawnCaptureTest : public testing::TestWithParam<int> {};

@@ -47,11 +47,15 @@ class CertificateFactory {
   // A client certificate signed by the CA, valid from kActivation, from the
   // template's lines; written as NAME.pem and NAME.der.
   void Client(const std::string& name, const std::string& lines) {
-    Write(name + ".tmpl", lines + "activation_date = \"2031-02-03 04:05:06\"\n"
-                                  "expiration_date = \"2040-01-01 00:00:00\"\n");
+    Write(name + ".tmpl", lines +
+                              "activation_date = \"2031-02-03 04:05:06\"\n"
+                              "expiration_date = \"2040-01-01 00:00:00\"\n");
     Run("certtool --generate-certificate --load-privkey client.key --load-ca-certificate ca.pem "
-        "--load-ca-privkey ca.key --template " + name + ".tmpl --outfile " + name + ".pem && "
-        "certtool --certificate-info --infile " + name + ".pem --outder --outfile " + name + ".der");
+        "--load-ca-privkey ca.key --template " +
+        name + ".tmpl --outfile " + name +
+        ".pem && "
+        "certtool --certificate-info --infile " +
+        name + ".pem --outder --outfile " + name + ".der");
   }
   // The client key with certificate NAME.pem (and extra openssl options) as NAME.p12.
   std::string Pkcs12(const std::string& name, const std::string& password,

@@ -2,12 +2,28 @@
 
 #include <string>
 
-#include "lib/platform/x509_identity.h"
+#include "lib/platform/recording_platform.h"
+#include "lib/platform/settings/x509_identity.h"
 #include "tests/unit/test_certificates.h"
 
 namespace {
 
 using corvo::test::CertificateFactory;
+
+// The lines the readers print.
+class Log {
+ public:
+  corvo::LogSink& Sink() { return m_platform.Get().log; }
+  std::string Take() {
+    std::string text = m_platform.Log().substr(m_taken);
+    m_taken = m_platform.Log().size();
+    return text;
+  }
+
+ private:
+  corvo::RecordingPlatform m_platform;
+  std::size_t m_taken = 0;
+};
 
 // Made once, on first use; its directory goes when the program ends.
 CertificateFactory& Certs() {
@@ -29,10 +45,10 @@ TEST_P(CertificateIdentity, ReadsIdentityAndActivationFromDerAndPem) {
   Certs().Client(c.name, c.lines);
   for (const char* form : {".der", ".pem"}) {
     corvo::CertificateIdentity result;
-    testing::internal::CaptureStderr();
+    Log log;
     const bool read = corvo::ReadCertificateIdentity(
-        "eth0", Certs().Contents(std::string(c.name) + form), result);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), c.log) << form;
+        "eth0", Certs().Contents(std::string(c.name) + form), result, log.Sink());
+    EXPECT_EQ(log.Take(), c.log) << form;
     EXPECT_EQ(read, *c.identity != '\0') << form;
     EXPECT_EQ(result.identity, c.identity) << form;
     EXPECT_EQ(result.activation, CertificateFactory::kActivation) << form;
@@ -65,21 +81,23 @@ TEST(X509Identity, Pkcs12BagsAreDecryptedWithThePassword) {
   Certs().Client("p12", "cn = \"client-cn\"\nemail = \"user@example.org\"\n");
   const std::string p12 = Certs().Pkcs12("p12", "s3cret", "-certfile ca.pem");
   corvo::CertificateIdentity result;
-  testing::internal::CaptureStderr();
-  EXPECT_TRUE(corvo::ReadPkcs12Identity("wlan0", p12, "s3cret", result));
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+  Log log;
+  EXPECT_TRUE(corvo::ReadPkcs12Identity("wlan0", p12, "s3cret", result, log.Sink()));
+  EXPECT_EQ(log.Take(),
             "wlan0: PKCS#12: Bag 0 decrypted\n"
             "wlan0: PKCS#12: certificate read\n"
             "Using identity from subjectAltName user@example.org\n");
   EXPECT_EQ(result.identity, "user@example.org");
   EXPECT_EQ(result.activation, CertificateFactory::kActivation);
 
-  testing::internal::CaptureStderr();
-  EXPECT_FALSE(corvo::ReadPkcs12Identity("wlan0", p12, "Pw-7734", result));
-  const std::string log = testing::internal::GetCapturedStderr();
-  EXPECT_EQ(log.rfind("wlan0: PKCS#12: Bag 0 decrypted\n"
-                      "  -- which is still encrypted (wrong password?)\n", 0), 0u) << log;
-  EXPECT_EQ(log.find("Pw-7734"), std::string::npos);
+  EXPECT_FALSE(corvo::ReadPkcs12Identity("wlan0", p12, "Pw-7734", result, log.Sink()));
+  const std::string text = log.Take();
+  EXPECT_EQ(text.rfind("wlan0: PKCS#12: Bag 0 decrypted\n"
+                       "  -- which is still encrypted (wrong password?)\n",
+                       0),
+            0u)
+      << text;
+  EXPECT_EQ(text.find("Pw-7734"), std::string::npos);
   EXPECT_EQ(result.identity, "");
   EXPECT_EQ(result.activation, 0);
 }
@@ -87,25 +105,26 @@ TEST(X509Identity, Pkcs12BagsAreDecryptedWithThePassword) {
 TEST(X509Identity, Pkcs12CertificateWithoutKeyIdIsSkipped) {
   const std::string p12 = Certs().Pkcs12("ca", "x", "-nokeys");
   corvo::CertificateIdentity result;
-  testing::internal::CaptureStderr();
-  EXPECT_FALSE(corvo::ReadPkcs12Identity("eth0", p12, "x", result));
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+  Log log;
+  EXPECT_FALSE(corvo::ReadPkcs12Identity("eth0", p12, "x", result, log.Sink()));
+  EXPECT_EQ(log.Take(),
             "eth0: PKCS#12: Bag 0 decrypted\n"
             "eth0: PKCS#12: no key ID, skipping\n");
 }
 
 TEST(X509Identity, BrokenInputReadsNothing) {
   const std::string pem = Certs().Contents("ca.pem");
-  for (const std::string& bytes : {std::string(), std::string("garbage"),
-                                   std::string(4096, '\xff'), pem.substr(0, pem.size() / 2),
-                                   std::string("\x30\x82\xff\xff", 4)}) {
+  Log log;
+  for (const std::string& bytes :
+       {std::string(), std::string("garbage"), std::string(4096, '\xff'),
+        pem.substr(0, pem.size() / 2), std::string("\x30\x82\xff\xff", 4)}) {
     corvo::CertificateIdentity result;
-    EXPECT_FALSE(corvo::ReadCertificateIdentity("eth0", bytes, result));
+    EXPECT_FALSE(corvo::ReadCertificateIdentity("eth0", bytes, result, log.Sink()));
     EXPECT_EQ(result.activation, 0);
-    EXPECT_FALSE(corvo::ReadPkcs12Identity("eth0", bytes, "x", result));
+    EXPECT_FALSE(corvo::ReadPkcs12Identity("eth0", bytes, "x", result, log.Sink()));
   }
   corvo::CertificateIdentity result;
-  EXPECT_FALSE(corvo::ReadPkcs12Identity("eth0", pem, "x", result));  // not PKCS#12
+  EXPECT_FALSE(corvo::ReadPkcs12Identity("eth0", pem, "x", result, log.Sink()));  // not PKCS#12
 }
 
 }  // namespace

@@ -17,7 +17,7 @@ ROOT = "/fi/w1/wpa_supplicant1"
 IFACE = "fi.w1.wpa_supplicant1.Interface"
 HWVARS = {"VL_HWFLAGS": "0x10"}
 INVALID_ARGS = "EXCEPTION org.freedesktop.DBus.Error.InvalidArgs: "
-DESCRIPTIONS = Path(__file__).resolve().parents[2] / "lib" / "platform" / "dbus"
+DESCRIPTIONS = Path(__file__).resolve().parents[2] / "lib" / "platform" / "supplicant" / "dbus"
 
 
 def probe(p, binary, *args):

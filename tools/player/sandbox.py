@@ -610,8 +610,6 @@ class Player(_Side):
         simulator = side.start_daemon("modem", argv, ready="ready")
         return Modem(self, line, transcript, [link, simulator])
 
-    # --- LEDs --------------------------------------------------------------------
-
     # --- the registry service --------------------------------------------------
 
     def start_registry(self, settings=None, limit=None):
@@ -671,6 +669,8 @@ class Player(_Side):
         """The host name the running avahi-daemon announces (over D-Bus)."""
         out = self.run(AVAHI_CALL + ["GetHostName"], check=True).stdout
         return json.loads(out.split(" ", 1)[1])
+
+    # --- LEDs --------------------------------------------------------------------
 
     def led(self, name, timeout=2.0):
         """The files of /sys/class/leds/NAME as {file: stripped content}, once

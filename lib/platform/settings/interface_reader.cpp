@@ -1,0 +1,243 @@
+#include "lib/platform/settings/interface_reader.h"
+
+#include <boost/tokenizer.hpp>
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <fmt/printf.h>
+#include <stdexcept>
+
+#include "lib/platform/settings/base64.h"
+#include "lib/platform/settings/passphrase_obfuscation.h"
+
+namespace corvo {
+namespace PersistentNetworkConfig {
+
+namespace {
+
+constexpr char kHostSection[] = ".omba";
+constexpr std::size_t kMaxClientIdentifier = 48;
+constexpr int kMaxVlanId = 4095;
+
+bool FitsIn32Bits(unsigned long long value) { return value <= 0xFFFFFFFFull; }
+
+// Leading hexadecimal digits; see the header for what reads as 0.
+std::uint32_t ParseHex32(const std::string& value) {
+  const char* p = value.c_str();
+  while (std::isspace(static_cast<unsigned char>(*p))) ++p;
+  // strtoull would negate the value instead of refusing it.
+  if (*p == '-') return 0;
+  errno = 0;
+  char* end = nullptr;
+  const unsigned long long number = std::strtoull(p, &end, 16);
+  if (end == p || errno == ERANGE || !FitsIn32Bits(number)) return 0;
+  return static_cast<std::uint32_t>(number);
+}
+
+// Hexadecimal with a sign; anything std::stoi refuses is -1.
+int ParseSignedHex(const std::string& value) {
+  try {
+    return std::stoi(value, nullptr, 16);
+  } catch (const std::logic_error&) {
+    return -1;
+  }
+}
+
+using Tokenizer = boost::tokenizer<boost::char_separator<char>>;
+
+// Empty pieces between separators are dropped.
+std::vector<std::uint32_t> ParseIp4List(const std::string& value) {
+  std::vector<std::uint32_t> addresses;
+  const boost::char_separator<char> separator(":");
+  for (const std::string& token : Tokenizer(value, separator)) {
+    addresses.push_back(ParseHex32(token));
+  }
+  return addresses;
+}
+
+}  // namespace
+
+std::string SectionForInterface(const std::string& ifname) {
+  if (ifname == kEthernetPort) return kHostSection;
+  if (ifname == kWifiPort) return ".omba1";
+  if (ifname == kDialupPort) return ".omba2";
+  return ".net." + ifname;
+}
+
+InterfaceReader::InterfaceReader(const std::string& ifname, Registry& registry,
+                                 std::string serial_number)
+    : m_ifname(ifname),
+      m_section(SectionForInterface(ifname)),
+      m_registry(&registry),
+      m_serial(std::move(serial_number)) {}
+
+InterfaceReader InterfaceReader::ForInterface(const std::string& ifname) const {
+  return InterfaceReader(ifname, *m_registry, m_serial);
+}
+
+std::string InterfaceReader::Read(const std::string& key) const {
+  return m_registry->Read(m_section, key);
+}
+
+std::uint32_t InterfaceReader::ReadIp4(const std::string& key) const {
+  return ParseHex32(Read(key));
+}
+
+bool InterfaceReader::IsDhcp() const { return ReadIp4("ip") == 0; }
+
+std::uint32_t InterfaceReader::StaticAddress() const {
+  const std::uint32_t address = ReadIp4("ip");
+  if (address == 0) throw std::runtime_error("Invalid static IP configuration");
+  return address;
+}
+
+std::uint32_t InterfaceReader::Netmask() const {
+  const std::uint32_t netmask = ReadIp4("nm");
+  if (netmask == 0) throw std::runtime_error("Invalid static IP configuration");
+  return netmask;
+}
+
+std::uint32_t InterfaceReader::Gateway() const { return ReadIp4("gw"); }
+
+std::string InterfaceReader::DomainName() const { return Read("nd"); }
+
+std::vector<std::uint32_t> InterfaceReader::StaticNameServers() const {
+  std::vector<std::uint32_t> servers;
+  for (int i = 0; i < 3; ++i) {
+    const std::uint32_t server = ReadIp4(fmt::sprintf("d%d", i));
+    if (server != 0) servers.push_back(server);
+  }
+  return servers;
+}
+
+std::string InterfaceReader::ClientIdentifier() const {
+  const std::string value = Read("ci");
+  if (value.empty()) return "Velmora:" + m_serial;
+  if (value == "-") return std::string();
+  if (value.size() > kMaxClientIdentifier) return value.substr(0, kMaxClientIdentifier);
+  return value;
+}
+
+int InterfaceReader::InterfaceMetric() const { return ParseSignedHex(Read("im")); }
+
+// Hexadecimal like every other stored number, although people think of MTUs in decimal.
+int InterfaceReader::Mtu() const { return ParseSignedHex(Read("mtu")); }
+
+std::set<std::uint16_t> InterfaceReader::Vlans() const {
+  std::set<std::uint16_t> ids;
+  const std::string value = Read("vlans");
+  const boost::char_separator<char> separator(",");
+  for (const std::string& token : Tokenizer(value, separator)) {
+    int id;
+    try {
+      id = std::stoi(token);  // a piece that is not a number raises "stoi"
+    } catch (const std::out_of_range&) {
+      continue;  // beyond int is beyond 4095 too
+    }
+    if (id >= 0 && id <= kMaxVlanId) ids.insert(static_cast<std::uint16_t>(id));
+  }
+  return ids;
+}
+
+bool InterfaceReader::DhcpServerEnabled() const { return !Read("dh").empty(); }
+
+Ip4Range InterfaceReader::DhcpServerRange() const {
+  const std::vector<std::uint32_t> addresses = ParseIp4List(Read("dh"));
+  if (addresses.size() % 2 != 0) throw std::runtime_error("Malformed IP4 pair");
+  Ip4Range range;
+  if (!addresses.empty()) {
+    range.start = addresses.front();
+    range.end = addresses.back();
+  }
+  return range;
+}
+
+std::uint32_t InterfaceReader::DhcpServerGateway() const { return ReadIp4("dhgw"); }
+
+std::string InterfaceReader::DhcpServerDomain() const { return Read("dhds"); }
+
+std::vector<std::uint32_t> InterfaceReader::DhcpServerNameServers() const {
+  return ParseIp4List(Read("dhdn"));
+}
+
+std::string InterfaceReader::Ssid() const { return Read("wi"); }
+
+std::string InterfaceReader::Passphrase() const {
+  const std::string stored = Read("wp");
+  if (stored.empty()) return stored;
+  Registry* const registry = m_registry;
+  return UnobfuscatePassphrase(
+      stored, [registry] { return registry->Read("customer", "obfuscation_key"); });
+}
+
+std::string InterfaceReader::Identity() const { return Read("wc"); }
+
+std::string InterfaceReader::SecurityOptions() const { return Read("ws"); }
+
+std::string InterfaceReader::Dot1xMethod() const { return Read("ww"); }
+
+std::string InterfaceReader::Dot1xOptions() const { return Read("wo"); }
+
+bool InterfaceReader::IsAccessPoint() const { return !Read("wm").empty(); }
+
+std::string InterfaceReader::CaCertificate() const { return DecodeBase64Value(Read("wa")); }
+
+std::string InterfaceReader::ClientCertificate() const { return DecodeBase64Value(Read("wt")); }
+
+std::string InterfaceReader::PrivateKey() const { return DecodeBase64Value(Read("wk")); }
+
+unsigned int InterfaceReader::AccessPointFrequency() const {
+  const std::string value = Read("wf");
+  if (value.empty()) return 0;
+  const unsigned long frequency = std::stoul(value, nullptr, 10);
+  // stoul negates a leading minus, and unsigned long is 64 bits on some hosts.
+  const auto first = value.find_first_not_of(" \t\n\v\f\r");
+  if (value[first] == '-' || !FitsIn32Bits(frequency)) throw std::out_of_range("stoul");
+  return static_cast<unsigned int>(frequency);
+}
+
+std::uint32_t InterfaceReader::InboundRate() const {
+  const std::string value = Read("ir");
+  if (value == "-") return 0;
+  return ParseHex32(value);
+}
+
+std::string InterfaceReader::DialupUser() const { return Read("du"); }
+
+std::string InterfaceReader::DialupPassword() const { return Read("dp"); }
+
+std::string InterfaceReader::DialupNumber() const { return Read("dn"); }
+
+std::string InterfaceReader::DialupInit() const { return Read("di"); }
+
+// The same key as the interface metric, but in decimal: it is only handed on as text.
+int InterfaceReader::DialupLinkParameter() const {
+  const std::string value = Read("im");
+  if (value.empty()) return 0;
+  try {
+    return std::stoi(value);
+  } catch (const std::logic_error&) {
+    throw std::runtime_error("Invalid dialup link parameter");
+  }
+}
+
+HostReader::HostReader(Registry& registry, std::string serial_number)
+    : m_section(kHostSection), m_registry(&registry), m_serial(std::move(serial_number)) {}
+
+ForwardingMode HostReader::Forwarding() const {
+  const std::string value = m_registry->Read(m_section, "forwarding");
+  if (value.empty()) return kNoForwarding;
+  char* end = nullptr;
+  const unsigned long forwarding = std::strtoul(value.c_str(), &end, 16);
+  if (end != value.c_str() + value.size() || forwarding > kNat) return kNoForwarding;
+  return static_cast<ForwardingMode>(forwarding);
+}
+
+std::string HostReader::HostName() const {
+  const std::string value = m_registry->Read(m_section, "hn");
+  if (value.empty()) return "Velmora-" + m_serial;
+  return value;
+}
+
+}  // namespace PersistentNetworkConfig
+}  // namespace corvo

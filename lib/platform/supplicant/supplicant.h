@@ -1,0 +1,112 @@
+#pragma once
+// Client of wpa_supplicant's D-Bus interface (fi.w1.wpa_supplicant1 on the
+// system bus). Calls block until the reply; signals are received and dropped.
+// Bus failures arrive as corvo::BusError and the types below.
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "lib/platform/bus/bus_error.h"
+#include "lib/platform/supplicant/properties.h"
+
+namespace supplicant {
+
+struct BssInfo {
+  std::string ssid;             // raw bytes
+  std::string bssid;            // "00:11:22:aa:bb:cc"
+  std::int16_t signal = 0;      // dBm
+  std::uint16_t frequency = 0;  // MHz
+};
+
+struct SignalInfo {
+  BssInfo bss;
+  std::int32_t rssi = 0;
+};
+
+enum WifiLinkState {
+  kNoInterface = 0,
+  kNotAssociated = 1,
+  kConnecting = 2,
+  kConnectedStation = 3,
+  kConnectedAccessPoint = 4,
+};
+
+// The daemon does not manage the interface.
+class InterfaceUnknown : public corvo::BusError {
+ public:
+  using BusError::BusError;
+};
+
+// A scan could not be started (one is usually under way already).
+class ScanError : public corvo::BusError {
+ public:
+  using BusError::BusError;
+};
+
+class Network {
+ public:
+  virtual ~Network() = default;
+  virtual PropertySet GetProperties() = 0;
+};
+
+class Interface {
+ public:
+  virtual ~Interface() = default;
+  virtual void AddNetwork(const PropertySet& properties) = 0;
+  virtual void AddAndSelectNetwork(const PropertySet& properties) = 0;
+  virtual void RemoveAllNetworks() = 0;
+  virtual void ForEachBSS(const std::function<void(const BssInfo&)>& callback) = 0;
+  virtual SignalInfo GetSignalInfo() = 0;
+  virtual std::string GetState() = 0;
+  virtual bool IsScanning() = 0;
+  virtual void Scan() = 0;
+  virtual bool HasNetworks() = 0;
+  virtual void SetBlob(const std::string& name, const Bytes& bytes) = 0;
+  // Empty when the interface has no current network.
+  virtual std::shared_ptr<Network> GetCurrentNetwork() = 0;
+};
+
+// Which driver the daemon is told to use for an interface it is asked to take on.
+struct InterfaceDrivers {
+  std::optional<std::string> wired_interface;  // gets "wired"
+  std::string wireless_driver;                 // every other interface
+};
+
+class Supplicant {
+ public:
+  virtual ~Supplicant() = default;
+  virtual std::shared_ptr<Interface> GetInterface(const std::string& ifname) = 0;
+  virtual std::shared_ptr<Interface> GetOrCreateInterface(const std::string& ifname) = 0;
+  virtual void SetDebugLevel(bool verbose) = 0;
+
+  // A new client with its own bus connection on every call.
+  static std::shared_ptr<Supplicant> Create(InterfaceDrivers drivers = {});
+};
+
+// Makes clients; the steps reach the daemon only through one of these.
+class SupplicantConnector {
+ public:
+  virtual ~SupplicantConnector() = default;
+  virtual std::shared_ptr<Supplicant> Connect() = 0;
+};
+
+// The daemon on the system bus; the drivers are asked for at each connection.
+class BusSupplicantConnector : public SupplicantConnector {
+ public:
+  explicit BusSupplicantConnector(std::function<InterfaceDrivers()> drivers)
+      : m_drivers(std::move(drivers)) {}
+  std::shared_ptr<Supplicant> Connect() override { return Supplicant::Create(m_drivers()); }
+
+ private:
+  std::function<InterfaceDrivers()> m_drivers;
+};
+
+// The interface's link state. Never throws: a supplicant that cannot be
+// reached, or that does not know the interface, gives kNoInterface.
+WifiLinkState GetWifiLinkState(SupplicantConnector& connector, const std::string& ifname);
+WifiLinkState GetWifiLinkState(const std::string& ifname);
+
+}  // namespace supplicant

@@ -1,0 +1,211 @@
+#include "lib/platform/system/real_os.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <fstream>
+#include <ifaddrs.h>
+#include <mntent.h>
+#include <netinet/in.h>
+#include <stdexcept>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <thread>
+#include <utility>
+#include <unistd.h>
+
+#include "lib/platform/system/detached_process.h"
+#include "lib/platform/system/host_name.h"
+#include "lib/platform/system/net.h"
+#include "lib/platform/system/network_ports.h"
+#include "lib/platform/system/process_control.h"
+#include "lib/platform/system/route_table.h"
+#include "lib/platform/system/spawn_process.h"
+
+namespace corvo {
+
+namespace {
+
+// The bytes of an IPv4 or IPv6 socket address; other families carry none here.
+std::vector<std::uint8_t> AddressBytes(const struct sockaddr* address) {
+  if (address == nullptr) return {};
+  std::vector<std::uint8_t> bytes;
+  if (address->sa_family == AF_INET) {
+    struct sockaddr_in in;
+    std::memcpy(&in, address, sizeof in);
+    const auto* first = reinterpret_cast<const std::uint8_t*>(&in.sin_addr);
+    bytes.assign(first, first + sizeof in.sin_addr);
+  } else if (address->sa_family == AF_INET6) {
+    struct sockaddr_in6 in6;
+    std::memcpy(&in6, address, sizeof in6);
+    const auto* first = reinterpret_cast<const std::uint8_t*>(&in6.sin6_addr);
+    bytes.assign(first, first + sizeof in6.sin6_addr);
+  }
+  return bytes;
+}
+
+// __DATE__ is "Mmm dd yyyy", __TIME__ "hh:mm:ss", both in the builder's local
+// time; taken as UTC, which is close enough to tell a reset clock from a set one.
+std::int64_t ParseBuildTime(const char* date, const char* clock) {
+  static const char kMonths[] = "JanFebMarAprMayJunJulAugSepOctNovDec";
+  char month[4] = {};
+  int day = 0, year = 0, hour = 0, minute = 0, second = 0;
+  if (std::sscanf(date, "%3s %d %d", month, &day, &year) != 3) return 0;
+  if (std::sscanf(clock, "%d:%d:%d", &hour, &minute, &second) != 3) return 0;
+  const char* found = std::strstr(kMonths, month);
+  if (found == nullptr || std::strlen(month) != 3) return 0;
+  struct tm fields;
+  std::memset(&fields, 0, sizeof fields);
+  fields.tm_year = year - 1900;
+  fields.tm_mon = static_cast<int>((found - kMonths) / 3);
+  fields.tm_mday = day;
+  fields.tm_hour = hour;
+  fields.tm_min = minute;
+  fields.tm_sec = second;
+  return static_cast<std::int64_t>(timegm(&fields));
+}
+
+}  // namespace
+
+int RealPrograms::Run(const std::string& program, const std::vector<std::string>& args,
+                      unsigned int flags) {
+  SpawnProcess process(program, args);
+  process.Execute(flags);
+  return process.Wait();
+}
+
+std::optional<pid_t> RealPrograms::ReadPidFile(const std::string& path, const std::string& name) {
+  const pid_t pid = corvo::ReadPidFile(path, name);
+  if (pid < 0) return std::nullopt;
+  return pid;
+}
+
+void RealPrograms::KillProcessAndWait(pid_t pid, int signal, std::int64_t timeout_us) {
+  corvo::KillProcessAndWait(pid, signal, timeout_us);
+}
+
+pid_t RealPrograms::StartDetached(const std::vector<std::string>& argv,
+                                  const std::string& pid_file) {
+  return corvo::StartDetached(argv, pid_file);
+}
+
+bool RealNetworkState::InterfaceHasLink(const std::string& ifname) {
+  return net::InterfaceHasLink(ifname.c_str());
+}
+
+bool RealNetworkState::InterfaceIsReady(const std::string& ifname) {
+  return net::InterfaceIsReady(ifname.c_str());
+}
+
+bool RealNetworkState::HasDefaultRoute(const std::string& ifname) {
+  return net::FindDefaultGateway(ifname) != 0;
+}
+
+void RealNetworkState::SetIpForwarding(bool on) { net::SetIpForwarding(on); }
+
+std::vector<std::string> RealNetworkState::NetworkPorts() {
+  std::vector<std::string> ports;
+  ScanNetworkPorts([&](const std::string& name) {
+    ports.push_back(name);
+    return false;
+  });
+  return ports;
+}
+
+bool RealNetworkState::IsBootedFromNfs() { return IsRootOnNfs(); }
+
+std::vector<InterfaceAddress> RealNetworkState::InterfaceAddresses(const std::string& ifname) {
+  struct ifaddrs* list = nullptr;
+  if (getifaddrs(&list) != 0) throw std::runtime_error("Failed to get IP address list");
+  const std::unique_ptr<struct ifaddrs, void (*)(struct ifaddrs*)> owner(list, freeifaddrs);
+  std::vector<InterfaceAddress> entries;
+  for (const struct ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
+    if (entry->ifa_name == nullptr || ifname != entry->ifa_name) continue;
+    InterfaceAddress item;
+    item.family = entry->ifa_addr != nullptr ? entry->ifa_addr->sa_family : 0;
+    item.address = AddressBytes(entry->ifa_addr);
+    item.netmask_family = entry->ifa_netmask != nullptr ? entry->ifa_netmask->sa_family : 0;
+    item.netmask = AddressBytes(entry->ifa_netmask);
+    entries.push_back(std::move(item));
+  }
+  return entries;
+}
+
+void RealNetworkState::SetMacAddress(const std::string& ifname, const MacAddress& address) {
+  SetInterfaceMacAddress(ifname, address);
+}
+
+std::unique_ptr<VlanLinks> RealNetworkState::OpenVlanLinks() { return OpenNetlinkVlanLinks(); }
+
+// An ofstream on a descriptor created with the wanted permissions.
+std::unique_ptr<std::ostream> RealFiles::Create(const std::string& path, mode_t mode) {
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
+  auto out = std::make_unique<std::ofstream>();
+  if (fd < 0) {
+    out->setstate(std::ios::failbit);
+    return out;
+  }
+  // The file may have existed with wider permissions.
+  fchmod(fd, mode);
+  close(fd);
+  out->open(path, std::ios::out | std::ios::app);
+  return out;
+}
+
+void RealFiles::Write(const std::string& path, const std::string& text) {
+  std::ofstream out(path, std::ios::out | std::ios::trunc);
+  out << text;
+}
+
+bool RealFiles::Exists(const std::string& path) {
+  struct stat st;
+  return stat(path.c_str(), &st) == 0;
+}
+
+void RealFiles::Remove(const std::string& path) { unlink(path.c_str()); }
+
+std::chrono::steady_clock::time_point RealClock::Now() { return std::chrono::steady_clock::now(); }
+
+void RealClock::Sleep(std::chrono::microseconds duration) { std::this_thread::sleep_for(duration); }
+
+std::int64_t RealSystemClock::RealtimeMicroseconds() {
+  struct timespec now;
+  clock_gettime(CLOCK_REALTIME, &now);
+  return static_cast<std::int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
+}
+
+int RealSystemClock::SetRealtime(std::int64_t seconds, long microseconds) {
+  struct timeval value;
+  value.tv_sec = static_cast<time_t>(seconds);
+  value.tv_usec = static_cast<suseconds_t>(microseconds);
+  return settimeofday(&value, nullptr) == 0 ? 0 : errno;
+}
+
+bool RealSystemClock::TimeIsSet() { return RealtimeMicroseconds() / 1000000 >= BuildTimeSeconds(); }
+
+std::string RealHostNames::GetHostName() { return corvo::GetHostName(); }
+
+void RealHostNames::SetHostName(const std::string& name) { corvo::SetHostName(name); }
+
+std::int64_t BuildTimeSeconds() {
+  static const std::int64_t built = ParseBuildTime(__DATE__, __TIME__);
+  return built;
+}
+
+bool IsRootOnNfs(const std::string& mounts_path) {
+  std::FILE* mounts = setmntent(mounts_path.c_str(), "re");
+  if (mounts == nullptr) return false;
+  bool nfs = false;
+  while (const struct mntent* entry = getmntent(mounts)) {
+    if (std::string(entry->mnt_dir) == "/" && std::string(entry->mnt_type) == "nfs") {
+      nfs = true;
+      break;
+    }
+  }
+  endmntent(mounts);
+  return nfs;
+}
+
+}  // namespace corvo
