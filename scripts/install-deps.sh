@@ -17,7 +17,7 @@ PACKAGES=(
   dbus-daemon python3-pytest python3-dbus python3-dbusmock python3-gi
   iproute2 util-linux procps psmisc kmod
   dhcpcd-base udhcpd busybox-static iptables
-  wpasupplicant hostapd avahi-daemon socat ppp
+  wpasupplicant hostapd avahi-daemon socat ppp chrony
   gnutls-bin openssl
 )
 # Extras by name: `armhf` adds the cross compiler, the emulator and debootstrap

@@ -43,6 +43,7 @@ from . import init as _init
 INIT_SCRIPT = str(Path(__file__).with_name("init.py"))
 REGISTRY_SERVICE = str(Path(__file__).with_name("registry_service.py"))
 MODEM_SIMULATOR = str(Path(__file__).with_name("modem_simulator.py"))
+NTP_RESPONDER = str(Path(__file__).with_name("ntp_responder.py"))
 MODEM_DIR = _init.RUN_DIR + "/modem"
 REGISTRY_STORE = _init.RUN_DIR + "/registry.json"
 REGISTRY_CALL = ["busctl", "--system", "call", "com.ombalabs.Registry", "/com/ombalabs/Registry",
@@ -609,6 +610,46 @@ class Player(_Side):
             side = self.lan
         simulator = side.start_daemon("modem", argv, ready="ready")
         return Modem(self, line, transcript, [link, simulator])
+
+    # --- network time --------------------------------------------------------------
+
+    def start_ntp_server(self, side="lan", address=None, port=123):
+        """Starts the real chronyd on the lan (side="lan") or in the player
+        (side="player"), serving this machine's own clock at stratum 8 to
+        anyone, on address (every address when None) and port; returns its
+        Daemon, ready once it serves a synchronised time.  chronyd runs
+        with -x: the player shares this machine's clock, which it must
+        never adjust (nor could it: it runs without the capability to set
+        the time).  It keeps its files in /run/chrony-SIDE, and its
+        Unix command socket there answers `chronyc -h PATH`."""
+        where = {"lan": self.lan, "player": self}[side]
+        directory = f"/run/chrony-{side}"
+        self.makedirs(directory, mode=0o700)
+        # chronyd drops root for its user, which must own the command socket's directory.
+        self.run(["chown", "_chrony:_chrony", directory], check=True)
+        socket_path = f"{directory}/chronyd.sock"
+        self.write_file(f"{directory}/chrony.conf", "".join([
+            "local stratum 8\n", "allow all\n", f"port {int(port)}\n",
+            f"bindaddress {address}\n" if address else "",
+            "cmdport 0\n", f"bindcmdaddress {socket_path}\n",
+            f"pidfile {directory}/chronyd.pid\n"]))
+        tracking = ["chronyc", "-h", socket_path, "-c", "tracking"]
+        # Without the capability to set the time, even a chronyd that ignored
+        # -x could not touch the clock.
+        argv = ["setpriv", "--bounding-set=-sys_time", "--inh-caps=-sys_time", "--",
+                "chronyd", "-x", "-d", "-f", f"{directory}/chrony.conf"]
+        return where.start_daemon(
+            f"chronyd-{side}", argv,
+            ready=lambda _: ",Normal" in where.run(tracking).stdout)
+
+    def start_ntp_responder(self, mode, side="lan", address=None, port=123, offset=0.0):
+        """Starts ntp_responder.py in mode on the lan or in the player;
+        returns its Daemon, whose log has a line per request."""
+        where = {"lan": self.lan, "player": self}[side]
+        argv = [PYTHON, NTP_RESPONDER, mode, "--port", str(port), "--offset", str(offset)]
+        if address:
+            argv += ["--address", address]
+        return where.start_daemon(f"ntp-responder-{side}", argv, ready="ready")
 
     # --- LEDs --------------------------------------------------------------------
 
