@@ -10,8 +10,8 @@ PACKAGES=(
   # tests and the simulated player
   dbus-daemon python3-pytest python3-dbus python3-dbusmock python3-gi
   iproute2 util-linux procps psmisc kmod
-  dhcpcd-base udhcpd busybox-static iptables
-  wpasupplicant hostapd avahi-daemon socat ppp
+  dhcpcd-base udhcpd busybox-static iptables linuxptp faketime
+  wpasupplicant hostapd avahi-daemon socat ppp chrony
   gnutls-bin openssl
 )
 # Extras by name: `armhf` adds the cross compiler, the emulator and debootstrap

@@ -1,11 +1,13 @@
 #include "apps/linkrig/link_config_command.h"
 
 #include <exception>
+#include <optional>
 
 #include "apps/steps/dialup.h"
 #include "apps/steps/host_forwarding.h"
 #include "apps/steps/interface_configuration.h"
 #include "apps/steps/link_check.h"
+#include "apps/steps/network_time.h"
 #include "apps/steps/shaper.h"
 #include "apps/steps/status_led.h"
 #include "apps/steps/wifi_bringup.h"
@@ -69,7 +71,10 @@ bool LinkConfigCommand::IsSupplicantInterface(const std::string& ifname) {
 
 int LinkConfigCommand::Start(const std::string& ifname, LedNetworkStatusObserver& observer) {
   if (ifname == kHost) {
+    // The clock is set from the network beside the host's own configuration.
+    NetworkTimeThread network_time(m_platform);
     ConfigureHostForwarding(true, m_platform);
+    network_time.Join();
     return 0;
   }
   if (ifname == kDialupPort) return ConfigureDialup(ifname, kDialupStart, m_platform);
@@ -108,9 +113,15 @@ int LinkConfigCommand::Reconfigure(const std::string& ifname, LedNetworkStatusOb
 }
 
 int LinkConfigCommand::Update(const std::string& ifname, LedNetworkStatusObserver& observer) {
+  // A default route is what a lease brings: the network may have a time server now.
+  std::optional<NetworkTimeThread> network_time;
+  if (ifname != kHost && m_platform.network.HasDefaultRoute(ifname)) {
+    network_time.emplace(m_platform);
+  }
   UpdateLed(observer, m_platform);
   const HostReader host(m_platform.registry, m_platform.hardware.SerialNumber());
   if (host.Forwarding() == PersistentNetworkConfig::kNat) ConfigureNat(ifname, m_platform);
+  if (network_time) network_time->Join();
   return 0;
 }
 

@@ -22,12 +22,19 @@ std::vector<std::uint8_t> Bytes(const std::string& text) {
   return std::vector<std::uint8_t>(text.begin(), text.end());
 }
 
-// An empty stored item gets neither a blob nor a reference: an empty blob
-// would make the supplicant fail the whole TLS set-up instead of doing without.
+// The network always refers to the blob. An item that is not stored still
+// travels, as an empty blob that also replaces any earlier one: the supplicant
+// then cannot set up TLS and joins nothing, where a network without the
+// reference would join without checking the server.
 void AddBlob(supplicant::Interface& interface, supplicant::PropertySet& properties,
              const std::string& ifname, const char* name, const std::string& bytes,
              const WifiSettings& settings, LogSink& log, const char* debug_format) {
-  if (bytes.empty()) return;
+  if (bytes.empty() && std::string(name) == key::kCaCert) {
+    log.Print(
+        "%s: WPA/Enterprise: no CA certificate stored; the server cannot be verified, "
+        "so the network will not be joined\n",
+        ifname);
+  }
   interface.SetBlob(name, Bytes(bytes));
   properties[name] = StringProperty(name, std::string("blob://") + name);
   if (settings.debug) log.Print(debug_format, ifname, static_cast<int>(bytes.size()));
@@ -125,8 +132,11 @@ bool BuildEapTlsNetwork(supplicant::Interface& interface, const std::string& ifn
 
     AddBlob(interface, properties, ifname, key::kCaCert, settings.ca_certificate, settings, log,
             "%s: WPA/Enterprise: CA cert is %d bytes\n");
-    AddBlob(interface, properties, ifname, key::kClientCert, settings.client_certificate, settings,
-            log, "%s: WPA/Enterprise: Client cert is %d bytes\n");
+    // A private key in a PKCS#12 file brings its certificate along.
+    const std::string& client_certificate =
+        settings.client_certificate.empty() ? certificate.certificate : settings.client_certificate;
+    AddBlob(interface, properties, ifname, key::kClientCert, client_certificate, settings, log,
+            "%s: WPA/Enterprise: Client cert is %d bytes\n");
     AddBlob(interface, properties, ifname, key::kPrivateKey, settings.private_key, settings, log,
             "%s: WPA/Enterprise: Private key is %d bytes\n");
 

@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include "lib/platform/system/sntp.h"
 #include "lib/platform/system/spawn_process.h"
 
 namespace corvo {
@@ -24,6 +25,17 @@ bool IsPtpSlave(int domain, Programs& programs) {
 }
 
 }  // namespace
+
+bool ClockIsSet(Platform& platform) {
+  return platform.files.Exists(kClockSetMarker) || platform.system_clock.TimeIsSet();
+}
+
+int SetClock(Platform& platform, std::int64_t seconds, long microseconds) {
+  const int error = platform.system_clock.SetRealtime(seconds, microseconds);
+  // The time that was set, for whoever looks.
+  if (error == 0) platform.files.Write(kClockSetMarker, std::to_string(seconds) + "\n");
+  return error;
+}
 
 void SetClockFromNetworkTime(std::int64_t network_time_ns, Platform& platform) {
   SystemClock& clock = platform.system_clock;
@@ -49,9 +61,20 @@ void SetClockFromNetworkTime(std::int64_t network_time_ns, Platform& platform) {
   const std::int64_t seconds = network_us / 1000000;
   const long microseconds = static_cast<long>(network_us % 1000000);
   log.Print("Setting system clock to %ld.%06ld\n", static_cast<long>(seconds), microseconds);
-  const int error = clock.SetRealtime(seconds, microseconds);
+  const int error = SetClock(platform, seconds, microseconds);
   if (error != 0) log.Print("Unable to set system clock: (%d) %s\n", error, std::strerror(error));
 }
+
+std::optional<std::int64_t> ObtainNetworkTime(Platform& platform) {
+  std::string server = platform.registry.Read("networking", "ntp_server");
+  if (server.empty()) server = kDefaultNtpServer;
+  const NetworkTimeResult result = platform.network_time.Query(server);
+  if (!result.time_ns) platform.log.Print("linkrig: No network time: %s\n", result.error);
+  return result.time_ns;
+}
+
+NetworkTimeThread::NetworkTimeThread(Platform& platform)
+    : NetworkTimeThread([&platform] { return ObtainNetworkTime(platform); }, platform) {}
 
 NetworkTimeThread::NetworkTimeThread(TimeSource source, Platform& platform)
     : m_thread([this, source = std::move(source), &platform] {

@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include "apps/steps/contained.h"
+#include "apps/steps/network_time.h"
 #include "apps/steps/status_led.h"
 #include "apps/steps/wifi_profiles.h"
 #include "apps/steps/wifi_settings.h"
@@ -124,8 +125,8 @@ int ConfigureWifiOrDot1x(LedNetworkStatusObserver* observer,
         settings.debug = !platform.registry.Read("networking", DebugKey(wifi)).empty();
         const auto interface = platform.supplicant.Connect()->GetOrCreateInterface(ifname);
         if (!interface) throw std::runtime_error("no supplicant interface");
-        result = ConfigureWifiNetworks(*interface, ifname, settings, !wifi,
-                                       platform.system_clock.TimeIsSet(), platform.log);
+        result = ConfigureWifiNetworks(*interface, ifname, settings, !wifi, ClockIsSet(platform),
+                                       platform.log);
         if (wifi && result.added > 0) StartScan(*interface);
       },
       [&](const std::exception* e) {
@@ -162,14 +163,13 @@ void SetWifiMacAddress(const std::string& ifname, Platform& platform) {
 bool IsBootedFromNfs(Platform& platform) { return platform.network.IsBootedFromNfs(); }
 
 void SetClockFromCertificate(std::time_t activation, Platform& platform) {
-  SystemClock& clock = platform.system_clock;
-  if (clock.TimeIsSet() || activation == 0) return;
+  if (ClockIsSet(platform) || activation == 0) return;
   char text[64] = {};
   if (ctime_r(&activation, text) == nullptr) return;
   platform.log.Print(
       "linkrig: WPA/Enterprise active but time not set, setting based on client certificate - %s",
       text);
-  const int error = clock.SetRealtime(static_cast<std::int64_t>(activation), 0);
+  const int error = SetClock(platform, static_cast<std::int64_t>(activation), 0);
   if (error != 0) {
     platform.log.Print("Unable to set system clock: (%d) %s\n", error, std::strerror(error));
   }

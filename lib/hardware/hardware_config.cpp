@@ -1,5 +1,6 @@
 #include "lib/hardware/hardware_config.h"
 
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <sys/stat.h>
@@ -10,11 +11,15 @@
 namespace corvo {
 
 std::optional<std::uint64_t> ParseAutoBase(const std::string& text) {
-  if (text.empty() || text[0] == '-' || text[0] == '+') return std::nullopt;
+  // The leading number counts: a blank or a line end left after it by
+  // whoever wrote the variable changes nothing.
+  const char* start = text.c_str();
+  while (std::isspace(static_cast<unsigned char>(*start))) ++start;
+  if (*start == '-' || *start == '+') return std::nullopt;
   errno = 0;
   char* end = nullptr;
-  const unsigned long long value = std::strtoull(text.c_str(), &end, 0);
-  if (errno != 0 || end == text.c_str() || *end != '\0') return std::nullopt;
+  const unsigned long long value = std::strtoull(start, &end, 0);
+  if (errno != 0 || end == start) return std::nullopt;
   return static_cast<std::uint64_t>(value);
 }
 

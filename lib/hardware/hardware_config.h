@@ -62,8 +62,9 @@ class InstalledHardwareFacts : public HardwareFacts {
   std::optional<std::string> WifiMacAddress() override;
 };
 
-// Parses a number with automatic base detection ("0x" hexadecimal, leading "0" octal).
-// Returns nothing when the text is not a whole number.
+// The leading number of the text, with automatic base detection ("0x"
+// hexadecimal, leading "0" octal); blanks before it and anything after it are
+// ignored. Nothing when the text does not start with a number.
 std::optional<std::uint64_t> ParseAutoBase(const std::string& text);
 
 }  // namespace corvo

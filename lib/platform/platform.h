@@ -1,7 +1,7 @@
 #pragma once
 // The outside world as the configuration steps see it, in one place: programs,
 // the kernel's network state and links, files, the steady and wall clocks, the
-// host's name, the stored settings, the supplicant, the hardware facts and the
+// host's name, network time, the stored settings, the supplicant, the hardware facts and the
 // two output streams. main builds the real one (real_platform.h) and passes it
 // down; RecordingPlatform answers from a model and records what would change.
 
@@ -20,6 +20,7 @@ struct Platform {
   Clock& clock;
   SystemClock& system_clock;
   HostNames& host_names;
+  NetworkTimeSource& network_time;
   Registry& registry;
   supplicant::SupplicantConnector& supplicant;
   HardwareFacts& hardware;

@@ -52,6 +52,7 @@ class RealPlatform {
   RealClock m_clock;
   RealSystemClock m_system_clock;
   RealHostNames m_host_names;
+  RealNetworkTimeSource m_network_time;
   RegistryOnFirstUse m_registry;
   InstalledHardwareFacts m_hardware;
   supplicant::BusSupplicantConnector m_supplicant;

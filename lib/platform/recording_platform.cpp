@@ -99,6 +99,7 @@ class RecordingPlatform::Parts : public Programs,
                                  public Clock,
                                  public SystemClock,
                                  public HostNames,
+                                 public NetworkTimeSource,
                                  public Registry,
                                  public HardwareFacts,
                                  public supplicant::SupplicantConnector {
@@ -110,6 +111,7 @@ class RecordingPlatform::Parts : public Programs,
           unsigned int flags) override {
     std::string line = "run " + QuoteArgument(program);
     for (const std::string& arg : args) line += " " + QuoteArgument(arg);
+    const std::lock_guard<std::recursive_mutex> lock(m_owner.Mutex());
     m_owner.Record(line);
     m_world.runs.push_back({program, args, flags});
     auto& codes = m_world.exit_codes[program];
@@ -215,6 +217,9 @@ class RecordingPlatform::Parts : public Programs,
     m_owner.Record("host name " + QuoteArgument(name));
     m_world.host_name = name;
   }
+
+  // --- NetworkTimeSource
+  NetworkTimeResult Query(const std::string&) override { return m_world.network_time; }
 
   // --- Registry (only reads are ever made)
   std::string Read(const std::string& section, const std::string& key) override {
@@ -405,9 +410,10 @@ class RecordedSupplicant : public supplicant::Supplicant {
 // Standard error and output of the recorded run.
 class TextSink : public LogSink {
  public:
-  explicit TextSink(std::string& text) : m_text(text) {}
+  TextSink(std::string& text, std::recursive_mutex& mutex) : m_text(text), m_mutex(mutex) {}
   void Write(const std::string& text) noexcept override {
     try {
+      const std::lock_guard<std::recursive_mutex> lock(m_mutex);
       m_text += text;
     } catch (...) {
     }
@@ -415,6 +421,7 @@ class TextSink : public LogSink {
 
  private:
   std::string& m_text;
+  std::recursive_mutex& m_mutex;
 };
 
 }  // namespace
@@ -454,14 +461,15 @@ std::shared_ptr<supplicant::Supplicant> RecordingPlatform::Parts::Connect() {
 
 RecordingPlatform::RecordingPlatform() : m_parts(std::make_unique<Parts>(*this)) {
   Parts& p = *m_parts;
-  m_log_sink = std::make_unique<TextSink>(m_log);
-  m_out_sink = std::make_unique<TextSink>(m_output);
-  m_platform.reset(new Platform{p, p, p, p, p, p, p, p, p, *m_log_sink, *m_out_sink});
+  m_log_sink = std::make_unique<TextSink>(m_log, m_mutex);
+  m_out_sink = std::make_unique<TextSink>(m_output, m_mutex);
+  m_platform.reset(new Platform{p, p, p, p, p, p, p, p, p, p, *m_log_sink, *m_out_sink});
 }
 
 RecordingPlatform::~RecordingPlatform() = default;
 
 void RecordingPlatform::Record(const std::string& effect) {
+  const std::lock_guard<std::recursive_mutex> lock(m_mutex);
   if (before_effect) before_effect(effect);
   m_effects.push_back(effect);
 }

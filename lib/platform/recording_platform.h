@@ -10,6 +10,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -69,6 +70,9 @@ struct WorldModel {
 
   std::string host_name = "localhost";
 
+  // What a time server answers: the time, or why there is none.
+  NetworkTimeResult network_time{std::nullopt, "no reply from the recorded network"};
+
   // Stored settings: (section, key) -> value; on_read may throw like a failing registry.
   std::map<std::pair<std::string, std::string>, std::string> settings;
   std::function<void(const std::string& section, const std::string& key)> on_read;
@@ -116,11 +120,14 @@ class RecordingPlatform {
 
   // Records one change (after before_effect).
   void Record(const std::string& effect);
+  std::recursive_mutex& Mutex() { return m_mutex; }
 
   // The recorded world behind each interface of the Platform.
   class Parts;
 
  private:
+  // The network time step runs beside the main thread.
+  std::recursive_mutex m_mutex;
   std::vector<std::string> m_effects;
   std::string m_log;
   std::string m_output;

@@ -6,3 +6,10 @@ ROOT = Path(__file__).resolve().parents[2]
 sys.path[:0] = [str(ROOT / "tools"), str(ROOT / "tests" / "support")]
 
 from player.fixtures import linkrig_binary, make_player, player, pytest_configure  # noqa: E402,F401
+
+
+def stderr_without_time(result):
+    """Standard error without the line of a network time query, which every
+    "host start" makes (no time server answers in a player)."""
+    return "".join(line for line in result.stderr.splitlines(keepends=True)
+                   if not line.startswith("linkrig: No network time: "))

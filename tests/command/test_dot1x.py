@@ -54,15 +54,25 @@ def test_authenticates_against_the_far_end(player, pki, case):
     assert player.supplicant_state("eth0") == "completed"
 
 
-def test_wrong_peap_password_never_completes(player, pki):
+NO_CA = "eth0: WPA/Enterprise: no CA certificate stored; the server cannot be verified, " \
+    "so the network will not be joined\n"
+
+
+# Without a CA certificate the server cannot be checked: no join at all.
+@pytest.mark.parametrize("settings, line, event", [
+    (lambda pki: peap_settings(pki, password=WRONG), "", "CTRL-EVENT-EAP-FAILURE"),
+    (lambda pki: dict(peap_settings(pki), wa=""), NO_CA, "CTRL-EVENT-EAP-STARTED"),
+    (lambda pki: dict(eap_tls_settings(pki), wa=""), NO_CA, "CTRL-EVENT-EAP-STARTED"),
+], ids=["wrong-password", "peap-without-ca", "eap-tls-without-ca"])
+def test_never_completes(player, pki, settings, line, event):
     start_authenticator(player, pki)
     supplicant = player.start_supplicant()
-    player.start_registry({".omba": peap_settings(pki, password=WRONG)})
+    player.start_registry({".omba": settings(pki)})
     result = player.linkrig("eth0", "start")
     assert result.returncode == 0, result.stderr
     assert WRONG not in result.stdout + result.stderr
-    wait_for(lambda: "CTRL-EVENT-EAP-FAILURE" in supplicant.log(), AUTH_DEADLINE, interval=0.2,
-             what="the far end to refuse the password")
+    assert line in result.stderr
+    wait_for(lambda: event in supplicant.log(), AUTH_DEADLINE, interval=0.2, what=event)
     deadline = time.monotonic() + 2.0
     while time.monotonic() < deadline:
         assert link_state(player) != "3"

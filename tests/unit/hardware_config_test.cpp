@@ -41,6 +41,8 @@ INSTANTIATE_TEST_SUITE_P(AutomaticBase, HardwareFlagsTest,
                                            FlagsCase{"16", true}, FlagsCase{"020", true},
                                            FlagsCase{"0", false}, FlagsCase{"0x0f", false},
                                            FlagsCase{"0xffffffffffffffff", true},
+                                           FlagsCase{"0x10 ", true}, FlagsCase{" 0x10\n", true},
+                                           FlagsCase{"16bits", true}, FlagsCase{"-16", false},
                                            FlagsCase{"garbage", false}, FlagsCase{"", false}));
 
 TEST(HardwareConfig, SerialOnlyWithFormatOne) {

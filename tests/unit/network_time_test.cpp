@@ -73,12 +73,13 @@ TEST_F(StepTest, NetworkTimeThreadSetsTheClockAndPassesRegistryErrors) {
   const auto now = [] { return std::optional<std::int64_t>(kNow * 1000); };
   EXPECT_NO_THROW(NetworkTimeThread(now, platform).Join());
   EXPECT_NO_THROW(NetworkTimeThread([] { return std::optional<std::int64_t>(); }, platform).Join());
-  EXPECT_EQ(platform.Effects(), Lines{"clock 1700000000.000000"});
+  EXPECT_EQ(platform.Effects(), (Lines{"clock 1700000000.000000",
+                                       "write /var/run/linkrig-clock-set \"1700000000\\n\""}));
   world.on_read = [](const std::string&, const std::string&) {
     throw std::runtime_error("registry down");
   };
   EXPECT_THROW(NetworkTimeThread(now, platform).Join(), std::runtime_error);
-  EXPECT_EQ(platform.Effects().size(), 1u);
+  EXPECT_EQ(platform.Effects().size(), 2u);
 }
 
 TEST(SystemClock, TimeCountsAsSetOnlyFromTheBuildTimeOn) {

@@ -43,6 +43,7 @@ from . import init as _init
 INIT_SCRIPT = str(Path(__file__).with_name("init.py"))
 REGISTRY_SERVICE = str(Path(__file__).with_name("registry_service.py"))
 MODEM_SIMULATOR = str(Path(__file__).with_name("modem_simulator.py"))
+NTP_RESPONDER = str(Path(__file__).with_name("ntp_responder.py"))
 MODEM_DIR = _init.RUN_DIR + "/modem"
 REGISTRY_STORE = _init.RUN_DIR + "/registry.json"
 REGISTRY_CALL = ["busctl", "--system", "call", "com.ombalabs.Registry", "/com/ombalabs/Registry",
@@ -332,10 +333,12 @@ class Player(_Side):
     close()).  See the module documentation."""
 
     def __init__(self, ports=("eth0",), hwvars=NO_HWVARS, leds=("ethernet", "wifi"),
-                 hostname="player", start_timeout=START_TIMEOUT):
+                 hostname="player", start_timeout=START_TIMEOUT, may_set_clock=False):
         """ports: interface names of the veth ports; hwvars: boot environment
         variables, or None for no environment at all; leds: LED names under
-        /sys/class/leds (empty: no LED class)."""
+        /sys/class/leds (empty: no LED class); may_set_clock: whether linkrig
+        may set the clock, which the player shares with the machine it runs on
+        (only a QEMU guest's clock is the player's own)."""
         super().__init__(self)
         for port in ports:
             if not (0 < len(port) <= 10 and port.isalnum()):
@@ -344,6 +347,7 @@ class Player(_Side):
         self.hwvars = None if hwvars is None else dict(hwvars)
         self.leds = tuple(leds)
         self.host_name = hostname
+        self.may_set_clock = may_set_clock
         self.start_timeout = start_timeout
         self.lan = Lan(self)
         self._unshare = None
@@ -469,11 +473,19 @@ class Player(_Side):
     # --- programs ------------------------------------------------------------
 
     def linkrig(self, *args, env=None, timeout=DEFAULT_TIMEOUT):
-        """Runs the built linkrig with these arguments inside the player."""
+        """Runs the built linkrig with these arguments inside the player; unless
+        the player may set the clock, without the capability to set it (its
+        attempts fail with EPERM)."""
         path = linkrig_path()
         if not os.access(path, os.X_OK):
             raise FileNotFoundError(f"no linkrig at {path} (set LINKRIG_BUILD_DIR)")
-        return self.run([path] + list(args), env=env, timeout=timeout)
+        return self.run(self.clock_guard() + [path] + list(args), env=env, timeout=timeout)
+
+    def clock_guard(self):
+        """The command prefix that keeps a program from setting the clock."""
+        if self.may_set_clock:
+            return []
+        return ["setpriv", "--bounding-set=-sys_time", "--inh-caps=-sys_time", "--"]
 
     def pids(self, name):
         """PIDs (as seen inside) of the player's live processes named name."""
@@ -609,6 +621,63 @@ class Player(_Side):
             side = self.lan
         simulator = side.start_daemon("modem", argv, ready="ready")
         return Modem(self, line, transcript, [link, simulator])
+
+    # --- network time --------------------------------------------------------------
+
+    def start_ntp_server(self, side="lan", address=None, port=123, offset=0):
+        """Starts the real chronyd on the lan (side="lan") or in the player
+        (side="player"), serving this machine's own clock at stratum 8 to
+        anyone, on address (every address when None) and port; returns its
+        Daemon, ready once it serves a synchronised time.  chronyd runs
+        with -x: the player shares this machine's clock, which it must
+        never adjust (nor could it: it runs without the capability to set
+        the time).  With an offset (seconds), chronyd runs under faketime
+        and serves the clock moved by that much.  It keeps its files in
+        /run/chrony-SIDE, and its Unix command socket there answers
+        `chronyc -h PATH`."""
+        where = {"lan": self.lan, "player": self}[side]
+        directory = f"/run/chrony-{side}"
+        self.makedirs(directory, mode=0o700)
+        # chronyd drops root for its user, which must own the command socket's directory.
+        self.run(["chown", "_chrony:_chrony", directory], check=True)
+        socket_path = f"{directory}/chronyd.sock"
+        self.write_file(f"{directory}/chrony.conf", "".join([
+            "local stratum 8\n", "allow all\n", f"port {int(port)}\n",
+            f"bindaddress {address}\n" if address else "",
+            "cmdport 0\n", f"bindcmdaddress {socket_path}\n",
+            f"pidfile {directory}/chronyd.pid\n"]))
+        tracking = ["chronyc", "-h", socket_path, "-c", "tracking"]
+        # Without the capability to set the time, even a chronyd that ignored
+        # -x could not touch the clock.
+        argv = ["setpriv", "--bounding-set=-sys_time", "--inh-caps=-sys_time", "--"]
+        if offset:
+            argv += ["faketime", "-f", f"{offset:+g}"]
+        argv += ["chronyd", "-x", "-d", "-f", f"{directory}/chrony.conf"]
+        return where.start_daemon(
+            f"chronyd-{side}", argv,
+            ready=lambda _: ",Normal" in where.run(tracking).stdout)
+
+    def start_ptp_slave(self, domain, port="eth0"):
+        """linuxptp's ptp4l as a master on the far end of port and as a slave on
+        port, in PTP domain `domain`; returns once the slave follows the
+        master.  The slave runs free (free_running 1): it never steers the
+        clock.  pmc in the player reaches the slave through the default socket."""
+        common = ["-S", "-m", "--domainNumber", str(domain), "--logAnnounceInterval", "-2",
+                  "--logSyncInterval", "-2", "--announceReceiptTimeout", "2"]
+        self.lan.start_daemon("ptp4l-master", ["ptp4l", "-i", Lan.peer(port), "--priority1", "1",
+                                               "--uds_address", "/run/ptp-master"] + common)
+        return self.start_daemon("ptp4l-slave",
+                                 ["ptp4l", "-i", port, "-s", "--free_running", "1"] + common,
+                                 ready="to UNCALIBRATED")
+
+    def start_ntp_responder(self, mode, side="lan", address=None, port=123, offset=0.0):
+        """Starts ntp_responder.py in mode on the lan or in the player;
+        returns its Daemon, whose log has a line per request."""
+        where = {"lan": self.lan, "player": self}[side]
+        argv = [PYTHON, NTP_RESPONDER, mode, "--port", str(port), "--offset", str(offset)]
+        if address:
+            argv += ["--address", address]
+        return where.start_daemon(f"ntp-responder-{side}", argv, ready="ready")
 
     # --- the registry service --------------------------------------------------
 

@@ -154,7 +154,10 @@ bool ReadPkcs12Identity(const std::string& ifname, const std::string& pkcs12,
       gnutls_datum_t data{nullptr, 0};
       if (gnutls_pkcs12_bag_get_data(bag.get(), at, &data) < 0) continue;
       log.Print("%s: PKCS#12: certificate read\n", ifname);
-      if (IdentityOf(ifname, log, data, result)) return true;
+      if (IdentityOf(ifname, log, data, result)) {
+        result.certificate.assign(reinterpret_cast<const char*>(data.data), data.size);
+        return true;
+      }
     }
   }
 }

@@ -12,6 +12,7 @@ namespace corvo {
 struct CertificateIdentity {
   std::string identity;        // empty when none could be read
   std::time_t activation = 0;  // not-before time; 0 when unknown
+  std::string certificate;     // from a PKCS#12 file: the certificate itself, DER
 };
 
 // From a certificate in DER or PEM form. The identity is the first e-mail

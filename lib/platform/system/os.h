@@ -106,6 +106,21 @@ class SystemClock {
   virtual bool TimeIsSet() = 0;
 };
 
+struct NetworkTimeResult {
+  // Nanoseconds since the Unix epoch, as of the moment the query returned.
+  std::optional<std::int64_t> time_ns;
+  // Without a time: one short reason, such as "no reply from pool.ntp.org".
+  std::string error;
+};
+
+// The time as a server on the network tells it.
+class NetworkTimeSource {
+ public:
+  virtual ~NetworkTimeSource() = default;
+  // server: a host name or an IPv4 address. Never throws.
+  virtual NetworkTimeResult Query(const std::string& server) = 0;
+};
+
 class HostNames {
  public:
   virtual ~HostNames() = default;

@@ -22,6 +22,7 @@
 #include "lib/platform/system/network_ports.h"
 #include "lib/platform/system/process_control.h"
 #include "lib/platform/system/route_table.h"
+#include "lib/platform/system/sntp.h"
 #include "lib/platform/system/spawn_process.h"
 
 namespace corvo {
@@ -184,6 +185,10 @@ int RealSystemClock::SetRealtime(std::int64_t seconds, long microseconds) {
 }
 
 bool RealSystemClock::TimeIsSet() { return RealtimeMicroseconds() / 1000000 >= BuildTimeSeconds(); }
+
+NetworkTimeResult RealNetworkTimeSource::Query(const std::string& server) {
+  return QueryNetworkTime(server);
+}
 
 std::string RealHostNames::GetHostName() { return corvo::GetHostName(); }
 

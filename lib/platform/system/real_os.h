@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 
 #include "lib/platform/system/os.h"
 
@@ -49,6 +50,11 @@ class RealSystemClock : public SystemClock {
   std::int64_t RealtimeMicroseconds() override;
   int SetRealtime(std::int64_t seconds, long microseconds) override;
   bool TimeIsSet() override;
+};
+
+class RealNetworkTimeSource : public NetworkTimeSource {
+ public:
+  NetworkTimeResult Query(const std::string& server) override;
 };
 
 class RealHostNames : public HostNames {

@@ -1,0 +1,85 @@
+"""Network time: the real chronyd on the far end, a scripted responder for the
+replies that must be refused, and linuxptp's ptp4l for a PTP slave. The
+player shares this machine's clock, so linkrig runs there without the
+capability to set it: its attempt shows as the line it prints and the EPERM
+it gets."""
+
+import re
+import time
+
+import pytest
+
+from player import wait_for
+
+pytestmark = [pytest.mark.usefixtures("linkrig_binary"),
+              pytest.mark.player(ports=("eth0",), hwvars={"VL_HWFLAGS": "0x10"})]
+
+FAR, NEAR = "192.168.90.1", "192.168.90.2"
+SETTING = re.compile(r"Setting system clock to (\d+)\.(\d{6})\n")
+REFUSED = "Unable to set system clock: (1) Operation not permitted\n"
+SLAVE = "Player is a PTP slave so not changing the clock.\n"
+SKIP = "Skip changing the clock this time - it's too small a difference.\n"
+
+
+@pytest.fixture
+def player(player):
+    player.run(["ip", "addr", "add", f"{NEAR}/24", "dev", "eth0"], check=True)
+    player.lan.run(["ip", "addr", "add", f"{FAR}/24", "dev", "peer-eth0"], check=True)
+    return player
+
+
+def run(player, server=FAR, ptp_domain="", action=("host", "start")):
+    player.start_registry({"networking": {"ntp_server": server, "ptp_domain": ptp_domain}})
+    started = time.monotonic()
+    result = player.linkrig(*action)
+    return result, time.monotonic() - started
+
+
+def test_clock_set_from_the_real_server(player):
+    player.start_ntp_server(address=FAR)
+    result, _ = run(player)
+    assert result.returncode == 0, result.stderr
+    found = SETTING.search(result.stderr)
+    assert found, result.stderr
+    assert abs(int(found[1]) + int(found[2]) / 1e6 - time.time()) < 1.0
+    assert REFUSED in result.stderr
+
+
+@pytest.mark.parametrize("slave, line", [(True, SLAVE), (False, SKIP)], ids=["slave", "no-ptp"])
+def test_ptp_check(player, slave, line):
+    player.start_ntp_server(address=FAR)
+    if slave:
+        player.start_ptp_slave(3)
+    result, _ = run(player, ptp_domain="3")
+    assert result.returncode == 0, result.stderr
+    assert line in result.stderr
+    assert not SETTING.search(result.stderr)
+
+
+@pytest.mark.parametrize("mode, server, reason", [
+    ("kod", FAR, f"kiss-of-death from {FAR}: RATE"),
+    ("wrong-mode", FAR, f"bad reply from {FAR}: not a server reply"),
+    ("no-echo", FAR, f"bad reply from {FAR}: not an answer to our request"),
+    ("truncated", FAR, f"bad reply from {FAR}: too short"),
+    ("silent", FAR, f"no reply from {FAR}"),
+    (None, "time.invalid", "cannot look up time.invalid"),
+])
+def test_bad_answers_change_nothing(player, mode, server, reason):
+    if mode:
+        player.start_ntp_responder(mode, address=FAR)
+    result, elapsed = run(player, server=server)
+    assert result.returncode == 0, result.stderr
+    assert f"linkrig: No network time: {reason}" in result.stderr
+    assert not SETTING.search(result.stderr)
+    assert elapsed < 6.0
+
+
+def test_update_asks_only_with_a_default_route(player):
+    responder = player.start_ntp_responder("good", address=FAR)
+    result, _ = run(player, action=("eth0", "update"))
+    assert "request from" not in responder.log()
+    player.run(["ip", "route", "add", "default", "via", FAR, "dev", "eth0"], check=True)
+    result, _ = run(player, action=("eth0", "update"))
+    assert result.returncode == 0, result.stderr
+    assert SETTING.search(result.stderr) and REFUSED in result.stderr
+    wait_for(lambda: "request from" in responder.log(), what="the request")
