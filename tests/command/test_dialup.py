@@ -83,7 +83,7 @@ def test_configuration_files(make_player):
     assert p.read_file(PEER) == peer_text("me", "pw")
     for path in (CHAT, PEER):
         assert p.run(["stat", "-c", "%a", path], check=True).stdout == "600\n"
-    wait_for(lambda: calls(p), what="pppd to start")
+    wait_for(lambda: calls(p), what="pppd to start", timeout=15)
 
 
 def test_start_detaches_and_start_again_replaces(make_player):
@@ -91,7 +91,7 @@ def test_start_detaches_and_start_again_replaces(make_player):
     # linkrig with one more inherited descriptor, which pppd must not get.
     started = p.run(["sh", "-c", 'exec "$0" ppp0 start 7</dev/null', linkrig_path()])
     assert started.returncode == 0
-    first = wait_for(lambda: calls(p), what="pppd to start")[0]
+    first = wait_for(lambda: calls(p), what="pppd to start", timeout=15)[0]
     assert first["argv"] == ["/sbin/pppd", "call", "peer"]
     assert first["fds"] == {"0": "/dev/kmsg", "1": "/dev/kmsg", "2": "/dev/kmsg"}
     assert int(first["blocked"], 16) == 0  # linkrig itself blocks SIGHUP
@@ -99,9 +99,9 @@ def test_start_detaches_and_start_again_replaces(make_player):
     assert p.pids("pppd") == [first["pid"]]  # outlives linkrig
 
     assert p.linkrig("ppp0", "init").returncode == 0
-    second = wait_for(lambda: calls(p)[1:], what="second pppd")[0]
+    second = wait_for(lambda: calls(p)[1:], what="second pppd", timeout=15)[0]
     assert p.read_file(PID_FILE) == str(second["pid"])
-    wait_for(lambda: p.pids("pppd") == [second["pid"]], what="only the new pppd")
+    wait_for(lambda: p.pids("pppd") == [second["pid"]], what="only the new pppd", timeout=15)
 
     result = p.linkrig("ppp0", "stop")
     assert (result.returncode, result.stderr) == (0, "linkrig: ppp0 stop\n")
@@ -112,14 +112,14 @@ def test_stop_kills_pppd_that_ignores_sigterm(make_player):
     p = dial_up_player(make_player, {"dn": "1"})
     replace_pppd(p, ignore_term=True)
     assert p.linkrig("ppp0", "start").returncode == 0
-    pid = wait_for(lambda: calls(p), what="pppd to start")[0]["pid"]
+    pid = wait_for(lambda: calls(p), what="pppd to start", timeout=15)[0]["pid"]
     started = time.monotonic()
     result = p.linkrig("ppp0", "reconfigure")
     assert time.monotonic() - started >= 5.0
     assert f"PID {pid} didn't exit from signal 15. Trying harder.\n" in result.stderr
     assert result.returncode == 0
     assert pid not in p.pids("pppd")
-    wait_for(lambda: len(calls(p)) == 2, what="pppd to start again")
+    wait_for(lambda: len(calls(p)) == 2, what="pppd to start again", timeout=15)
 
 
 def test_pid_file_of_another_program_stops_nothing(make_player):
