@@ -6,12 +6,16 @@
 # multiarch armhf -dev packages cannot be installed beside the host's. It is cached in
 # $LINKRIG_ARMHF_SYSROOT (default /var/cache/linkrig/armhf-sysroot) and made again when the
 # package list below changes. The build goes to $LINKRIG_ARMHF_BUILD (default $BUILD/armhf).
-source "$(dirname "$0")/common.sh"
+# Sourced (scripts/package.sh), it only defines the sysroot and build functions.
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 bash "$ROOT/scripts/install-deps.sh" armhf
 
 SYSROOT=${LINKRIG_ARMHF_SYSROOT:-/var/cache/linkrig/armhf-sysroot}
 ARMHF_BUILD=${LINKRIG_ARMHF_BUILD:-$BUILD/armhf}
 TRIPLET=arm-linux-gnueabihf
+# The sysroot's dpkg database (relative to it): hidden at its top, since the emulator looks every
+# path a program opens up in the sysroot first and a var/lib/dpkg there would hide the host's.
+SYSROOT_ADMINDIR=.dpkg
 
 # What the build links against; debootstrap adds their dependencies.
 source "$ROOT/scripts/packages.sh"
@@ -59,6 +63,26 @@ print(uris[0])
 EOF
 }
 
+# record_package DEB ADMINDIR: adds an unpacked package to a dpkg database, from its control
+# data and the names `tar -xv` listed on standard input, so that dpkg-query finds its files and
+# dpkg-shlibdeps its shared-library control files (symbols, shlibs).
+record_package() {
+  local deb=$1 admin=$2 name control
+  name=$(dpkg-deb --field "$deb" Package)
+  # dpkg names the files of a co-installable package after the package and its architecture.
+  [ "$(dpkg-deb --field "$deb" Multi-Arch)" = same ] && name=$name:armhf
+  sed -e 's|^\./$|/.|' -e 's|^\.||' -e 's|\(.\)/$|\1|' > "$admin/info/$name.list"
+  control=$(mktemp -d)
+  dpkg-deb --control "$deb" "$control"
+  for file in shlibs symbols; do
+    if [ -f "$control/$file" ]; then cp "$control/$file" "$admin/info/$name.$file"; fi
+  done
+  rm -rf "$control"
+  { dpkg-deb --field "$deb"
+    echo "Status: install ok unpacked"
+    echo; } >> "$admin/status"
+}
+
 # make_sysroot DIR: the armhf -dev packages and their dependencies, unpacked (not configured).
 make_sysroot() {
   local dir=$1 suite mirror tmp log deb link target
@@ -77,12 +101,16 @@ make_sysroot() {
   # debootstrap unpacked only the base system; unpack everything, keeping the merged /usr
   # (lib -> usr/lib). In a container debootstrap makes proc a link to the host's /proc.
   rm -f "$tmp/proc"
+  mkdir -p "$tmp/$SYSROOT_ADMINDIR/info"
+  echo 1 > "$tmp/$SYSROOT_ADMINDIR/info/format"  # file names carry the architecture
   for deb in "$tmp"/var/cache/apt/archives/*.deb; do
-    dpkg-deb --fsys-tarfile "$deb" | tar -x --keep-directory-symlink -C "$tmp"
+    dpkg-deb --fsys-tarfile "$deb" | tar -xv --keep-directory-symlink -C "$tmp" \
+      | record_package "$deb" "$tmp/$SYSROOT_ADMINDIR"
   done
   # Keep only what the compiler and the emulator need. qemu-arm -L looks up every path the
   # guest opens in the sysroot first, so a sysroot /etc, /tmp or /proc would hide the host's.
-  find "$tmp" -mindepth 1 -maxdepth 1 ! -name usr ! -name lib -exec rm -rf {} +
+  find "$tmp" -mindepth 1 -maxdepth 1 ! -name usr ! -name lib ! -name "$SYSROOT_ADMINDIR" \
+    -exec rm -rf {} +
   find "$tmp/usr" -mindepth 1 -maxdepth 1 ! -name include ! -name lib -exec rm -rf {} +
   find "$tmp/usr/lib" -mindepth 1 -maxdepth 1 ! -name "$TRIPLET" ! -name gcc \
     ! -name 'ld-linux-*' -exec rm -rf {} +
@@ -96,20 +124,34 @@ make_sysroot() {
   mv "$tmp" "$dir"
 }
 
-# One maker at a time.
-mkdir -p "$(dirname "$SYSROOT")"
-exec 9>"$SYSROOT.lock"
-flock 9
-wanted=$(. /etc/os-release && echo "$VERSION_CODENAME: ${SYSROOT_PACKAGES[*]}")
+# ensure_sysroot: makes the sysroot when it is missing or its package list changed, one maker
+# at a time; the lock is kept until the script ends, so nobody remakes it while it is in use.
+ensure_sysroot() {
+  local wanted
+  mkdir -p "$(dirname "$SYSROOT")"
+  exec 9>"$SYSROOT.lock"
+  flock 9
+  wanted=$(. /etc/os-release && echo "$VERSION_CODENAME: ${SYSROOT_PACKAGES[*]}")
+  if [ "$(cat "$SYSROOT/.packages" 2>/dev/null)" != "$wanted" ] \
+      || [ ! -f "$SYSROOT/$SYSROOT_ADMINDIR/status" ]; then
+    make_sysroot "$SYSROOT" "$wanted"
+  fi
+}
+
+# configure_armhf: the cross build's configuration in $ARMHF_BUILD.
+configure_armhf() {
+  cmake -S "$ROOT" -B "$ARMHF_BUILD" -DLINKRIG_WERROR=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DCMAKE_TOOLCHAIN_FILE="$ROOT/cmake/toolchain-armhf.cmake" -DLINKRIG_ARMHF_SYSROOT="$SYSROOT" >/dev/null
+}
+
+[[ "${BASH_SOURCE[0]}" == "$0" ]] || return 0
+
 t=$(now)
-if [ "$(cat "$SYSROOT/.packages" 2>/dev/null)" != "$wanted" ]; then
-  make_sysroot "$SYSROOT" "$wanted"
-fi
+ensure_sysroot
 sysroot_time=$(elapsed "$t")
 
 t=$(now)
-cmake -S "$ROOT" -B "$ARMHF_BUILD" -DLINKRIG_WERROR=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  -DCMAKE_TOOLCHAIN_FILE="$ROOT/cmake/toolchain-armhf.cmake" -DLINKRIG_ARMHF_SYSROOT="$SYSROOT" >/dev/null
+configure_armhf
 cmake --build "$ARMHF_BUILD" -j"$JOBS" --target linkrig unit_tests
 build_time=$(elapsed "$t")
 

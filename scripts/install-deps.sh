@@ -7,6 +7,8 @@ source "$(dirname "$0")/packages.sh"
 PACKAGES=(
   # build
   build-essential cmake pkg-config libdbus-c++-bin libubootenv-tool "${LIBRARY_PACKAGES[@]}"
+  # manual pages, and the test that renders them
+  scdoc man-db groff-base
   # tests and the simulated player
   dbus-daemon python3-pytest python3-dbus python3-dbusmock python3-gi
   iproute2 util-linux procps psmisc kmod
@@ -16,11 +18,14 @@ PACKAGES=(
 )
 # Extras by name: `armhf` adds the cross compiler, the emulator and debootstrap
 # (scripts/armhf.sh); `guest` the system emulator, a kernel with every feature
-# as modules and iw (tools/guest/run.sh); the static busybox above also serves its initramfs.
+# as modules and iw (tools/guest/run.sh); the static busybox above also serves its initramfs;
+# `package` the Debian packaging tools and udev, whose daemon the hot-plug tests run
+# (scripts/package.sh, tests/package).
 for extra in "$@"; do
   case $extra in
     armhf) PACKAGES+=(crossbuild-essential-armhf qemu-user debootstrap) ;;
     guest) PACKAGES+=(qemu-system-x86 linux-image-amd64 iw cpio) ;;
+    package) PACKAGES+=(dpkg-dev lintian udev) ;;
     *) echo "install-deps: unknown extra $extra" >&2; exit 2 ;;
   esac
 done

@@ -2,18 +2,24 @@
 # Builds linkrig and runs every test: the optimised build (with the system
 # tests that need a full kernel, in a QEMU guest), then the same unit, registry
 # and command tests again under AddressSanitizer and UBSan, then the unit tests
-# cross-built for the player's 32-bit ARM processor under qemu-arm.
+# cross-built for the player's 32-bit ARM processor under qemu-arm; last the Debian packages
+# made from those builds, and the tests of what they install.
 source "$(dirname "$0")/common.sh"
-# What the guest-kernel tests and the armhf phase need, in the same apt run.
-bash "$ROOT/scripts/install-deps.sh" guest armhf
+# What the guest-kernel tests, the armhf phase and the packages need, in the same apt run.
+bash "$ROOT/scripts/install-deps.sh" guest armhf package
+export LINKRIG_PACKAGES=${LINKRIG_PACKAGES:-$BUILD/packages}
 
 configure_and_build "$BUILD/release" -DCMAKE_BUILD_TYPE=RelWithDebInfo
-ctest --test-dir "$BUILD/release" --output-on-failure -j2 --timeout 900
+ctest --test-dir "$BUILD/release" --output-on-failure -j2 --timeout 900 -LE package
 
 configure_and_build "$BUILD/sanitize" -DCMAKE_BUILD_TYPE=Debug -DLINKRIG_SANITIZE=ON
 export ASAN_OPTIONS=${ASAN_OPTIONS:-abort_on_error=0:detect_leaks=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
-ctest --test-dir "$BUILD/sanitize" --output-on-failure -j2 --timeout 900 -LE guest
+ctest --test-dir "$BUILD/sanitize" --output-on-failure -j2 --timeout 900 -LE 'guest|package'
 
 # The unit tests again, built for the player's 32-bit ARM processor and run under qemu-arm.
 bash "$ROOT/scripts/armhf.sh"
+
+# The packages, from the release and armhf builds above, and the tests of what they install.
+LINKRIG_PACKAGE_BUILD=$BUILD/release bash "$ROOT/scripts/package.sh"
+ctest --test-dir "$BUILD/release" --output-on-failure --timeout 900 -L package

@@ -508,6 +508,18 @@ class Player(_Side):
     def hostname(self):
         return self.run(["hostname"], check=True).stdout.strip()
 
+    def make_writable(self, directory):
+        """Puts an overlay on directory, in this player only, whose changes
+        vanish with it: what is installed there (a package into /usr) never
+        reaches the host."""
+        self.makedirs(f"{_init.RUN_DIR}/ov")
+        layer = f"{_init.RUN_DIR}/ov/{len(self.listdir(_init.RUN_DIR + '/ov'))}"
+        for d in ("upper", "work"):
+            self.makedirs(f"{layer}/{d}")
+        self.run(["mount", "-t", "overlay", "writable", "-o",
+                  f"lowerdir={directory},upperdir={layer}/upper,workdir={layer}/work", directory],
+                 check=True)
+
     def replace_program(self, path, exit_code=0, missing=False):
         """Replaces the program at path, in this player only, by a stand-in that
         records its argument vectors and exits with exit_code, or with
