@@ -8,6 +8,7 @@
 #include "apps/steps/interface_configuration.h"
 #include "apps/steps/link_check.h"
 #include "apps/steps/network_time.h"
+#include "apps/steps/run_lock.h"
 #include "apps/steps/shaper.h"
 #include "apps/steps/status_led.h"
 #include "apps/steps/wifi_bringup.h"
@@ -48,6 +49,13 @@ int LinkConfigCommand::Run(int argc, const char* const* argv) {
 }
 
 int LinkConfigCommand::Dispatch(const std::string& ifname, const std::string& action) {
+  static const char* const kChanging[] = {"init", "add",         "remove", "start",
+                                          "stop", "reconfigure", "update"};
+  // Overlapping runs of one interface take turns; a link check changes nothing.
+  std::unique_ptr<HeldLock> lock;
+  for (const char* changing : kChanging) {
+    if (action == changing) lock = TakeRunLock(m_platform, ifname);
+  }
   LedNetworkStatusObserver observer(ifname, m_platform.files);
   if (action == "init" || action == "add") {
     return ifname == kDialupPort ? ModemStartCheck(ifname, m_platform) : 0;

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "apps/steps/run_lock.h"
 #include "lib/platform/settings/interface_reader.h"
 #include "lib/platform/system/spawn_process.h"
 
@@ -26,6 +27,7 @@ HostReader Host(Platform& platform) {
 }  // namespace
 
 void ConfigureNat(const std::string& ifname, Platform& platform) {
+  const auto host_wide = TakeHostLock(platform);
   if (!platform.network.HasDefaultRoute(ifname)) {
     platform.log.Print("Interface '%s' has no default route (yet).\n", ifname);
     return;
@@ -40,6 +42,7 @@ void ConfigureNat(const std::string& ifname, Platform& platform) {
 }
 
 void ConfigureHostForwarding(bool apply, Platform& platform) {
+  const auto host_wide = TakeHostLock(platform);
   if (apply) ApplyStoredHostName(platform);
   platform.network.SetIpForwarding(false);
   RunIptables(platform, {"-t", "nat", "-F", "POSTROUTING"});

@@ -17,6 +17,7 @@ struct Platform {
   Programs& programs;
   NetworkState& network;
   Files& files;
+  Locks& locks;
   Clock& clock;
   SystemClock& system_clock;
   HostNames& host_names;

@@ -49,6 +49,7 @@ class RealPlatform {
   RealPrograms m_programs;
   RealNetworkState m_network;
   RealFiles m_files;
+  RealLocks m_locks;
   RealClock m_clock;
   RealSystemClock m_system_clock;
   RealHostNames m_host_names;

@@ -96,6 +96,7 @@ std::string QuoteText(const std::string& text) {
 class RecordingPlatform::Parts : public Programs,
                                  public NetworkState,
                                  public Files,
+                                 public Locks,
                                  public Clock,
                                  public SystemClock,
                                  public HostNames,
@@ -190,6 +191,12 @@ class RecordingPlatform::Parts : public Programs,
     m_owner.Record("remove " + path);
     m_world.files.erase(path);
     m_world.modes.erase(path);
+  }
+
+  // --- Locks: taking one changes nothing; another run never holds one.
+  std::unique_ptr<HeldLock> Acquire(const std::string&, std::chrono::milliseconds,
+                                    const std::function<void()>&) override {
+    return std::make_unique<HeldLock>();
   }
 
   // --- Clock
@@ -463,7 +470,7 @@ RecordingPlatform::RecordingPlatform() : m_parts(std::make_unique<Parts>(*this))
   Parts& p = *m_parts;
   m_log_sink = std::make_unique<TextSink>(m_log, m_mutex);
   m_out_sink = std::make_unique<TextSink>(m_output, m_mutex);
-  m_platform.reset(new Platform{p, p, p, p, p, p, p, p, p, p, *m_log_sink, *m_out_sink});
+  m_platform.reset(new Platform{p, p, p, p, p, p, p, p, p, p, p, *m_log_sink, *m_out_sink});
 }
 
 RecordingPlatform::~RecordingPlatform() = default;

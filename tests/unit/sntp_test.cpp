@@ -83,7 +83,7 @@ class Responder {
       ++m_requests;
       if (m_answer == Answer::kSilent) continue;
       // A slow network and a slow server: 60 ms each way, 100 ms inside.
-      if (m_answer == Answer::kSlow) std::this_thread::sleep_for(60ms);
+      if (m_answer == Answer::kSlow) std::this_thread::sleep_for(200ms);
       unsigned char reply[48] = {};
       const bool kiss = m_answer == Answer::kKissOfDeath;
       reply[0] = static_cast<unsigned char>(((m_answer == Answer::kLeap3 || kiss ? 3 : 0) << 6) |
@@ -95,7 +95,7 @@ class Responder {
       PutTimestamp(reply + 32, RealtimeNs() + m_offset_ns);
       if (m_answer == Answer::kSlow) std::this_thread::sleep_for(100ms);
       if (m_answer != Answer::kNoTransmit) PutTimestamp(reply + 40, RealtimeNs() + m_offset_ns);
-      if (m_answer == Answer::kSlow) std::this_thread::sleep_for(60ms);
+      if (m_answer == Answer::kSlow) std::this_thread::sleep_for(200ms);
       if (m_answer == Answer::kStrayFirst) {
         unsigned char stray[48];
         std::memcpy(stray, reply, sizeof stray);
@@ -148,7 +148,8 @@ TEST_P(Sntp, AnswersOrExplains) {
   EXPECT_LT(took, 5s);
   if (c.error == nullptr) {
     ASSERT_TRUE(result.time_ns.has_value()) << result.error;
-    EXPECT_NEAR(*result.time_ns - now_ns, c.offset_s * 1000000000, 5000000);
+    // Loose enough for a loaded machine; a wrong era or a missed correction is far off.
+    EXPECT_NEAR(*result.time_ns - now_ns, c.offset_s * 1000000000, 50000000);
     EXPECT_EQ(result.error, "");
   } else {
     EXPECT_FALSE(result.time_ns.has_value());

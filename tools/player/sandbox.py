@@ -81,11 +81,13 @@ LAN_SYSFS = _init.LAN_SYSFS
 NO_HWVARS = {}
 _KMSG_MARK = "\x01player-kmsg-mark "
 STAND_IN_DIR = _init.RUN_DIR + "/stand-in"
-# Appends its argument vector (argv[0] first) as one JSON line, then exits.
+# Appends its argument vector (argv[0] first) as one JSON line, then exits
+# (after a delay, when asked for one).
 _STAND_IN_SCRIPT = """#!/usr/bin/python3 -I
-import json, sys
+import json, sys, time
 with open({record!r}, "a") as f:
     f.write(json.dumps(sys.argv) + "\\n")
+time.sleep({delay})
 sys.exit({exit_code})
 """
 
@@ -499,6 +501,19 @@ class Player(_Side):
                 found.append(int(entry))
         return sorted(found)
 
+    def dhcp_clients(self, ifname):
+        """PIDs of the dhcpcd instances for ifname: each is a manager process
+        ("dhcpcd: IFNAME [ip4] ...") with its proxies below it."""
+        found = []
+        for pid in self.pids("dhcpcd"):
+            try:
+                title = self.read_file(f"/proc/{pid}/cmdline")
+            except OSError:
+                continue
+            if title.startswith(f"dhcpcd: {ifname} "):
+                found.append(pid)
+        return found
+
     def skip_address_probing(self):
         """Makes dhcpcd use an address without probing it by ARP first, which
         costs it about five seconds a lease; nothing else on the player's
@@ -520,10 +535,11 @@ class Player(_Side):
                   f"lowerdir={directory},upperdir={layer}/upper,workdir={layer}/work", directory],
                  check=True)
 
-    def replace_program(self, path, exit_code=0, missing=False):
+    def replace_program(self, path, exit_code=0, missing=False, delay=0):
         """Replaces the program at path, in this player only, by a stand-in that
-        records its argument vectors and exits with exit_code, or with
-        missing=True by nothing at all; returns a ProgramStandIn.  The
+        records its argument vectors and exits with exit_code (after delay
+        seconds), or with missing=True by nothing at all; returns a
+        ProgramStandIn.  The
         program's directory gets an overlay with the stand-in on top: a bind
         mount onto a symbolic link such as /usr/sbin/udhcpd would land on its
         target (busybox) and replace every program sharing it."""
@@ -538,7 +554,8 @@ class Player(_Side):
             self.run(["mknod", f"{layer}/{name}", "c", "0", "0"], check=True)
         else:
             self.write_file(f"{layer}/{name}",
-                            _STAND_IN_SCRIPT.format(record=record, exit_code=int(exit_code)),
+                            _STAND_IN_SCRIPT.format(record=record, exit_code=int(exit_code),
+                                                    delay=float(delay)),
                             mode=0o755)
         self.run(["mount", "-t", "overlay", "stand-in", "-o", f"lowerdir={layer}:{directory}",
                   directory], check=True)

@@ -95,6 +95,11 @@ void TakeTerminalForeground() noexcept {
 }
 
 void RunChild(const ChildPlan& plan) noexcept {
+  if (plan.die_with != 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0);
+    // Ended already, before the request was made.
+    if (getppid() != plan.die_with) _exit(127);
+  }
   if (plan.pid_file != nullptr) WritePid(plan.pid_file);
   if (plan.detached) {
     CloseFrom(0);

@@ -29,6 +29,10 @@ struct ChildPlan {
   int capture_read = -1;   // the parent's end, closed in the child
   bool stderr_to_stdout = false;
 
+  // The program is killed when linkrig ends before it: a run that is killed
+  // leaves nothing of its own to act after the next run has begun.
+  pid_t die_with = 0;
+
   bool new_session = false;
   bool new_group = false;
   bool foreground = false;  // the child's group becomes the terminal's foreground group

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -83,6 +84,25 @@ class Files {
   virtual void Write(const std::string& path, const std::string& text) = 0;
   virtual bool Exists(const std::string& path) = 0;
   virtual void Remove(const std::string& path) = 0;
+};
+
+// An exclusive lock, held until the object goes. The kernel lets go of it
+// when the process ends, however it ends.
+class HeldLock {
+ public:
+  virtual ~HeldLock() = default;
+};
+
+class Locks {
+ public:
+  virtual ~Locks() = default;
+  // Takes the lock named by path (a file, made when missing). When another
+  // process holds it, waiting is called once and the lock is waited for at
+  // most `limit`; nothing is returned when the limit passes. A lock this
+  // process holds already is taken again at once.
+  virtual std::unique_ptr<HeldLock> Acquire(const std::string& path,
+                                            std::chrono::milliseconds limit,
+                                            const std::function<void()>& waiting) = 0;
 };
 
 // The steady clock, for deadlines and waits.

@@ -10,12 +10,16 @@
 #include <mntent.h>
 #include <netinet/in.h>
 #include <stdexcept>
+#include <map>
+#include <mutex>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <thread>
 #include <utility>
 #include <unistd.h>
 
+#include "lib/platform/base/errno_exception.h"
 #include "lib/platform/system/detached_process.h"
 #include "lib/platform/system/host_name.h"
 #include "lib/platform/system/net.h"
@@ -166,6 +170,72 @@ bool RealFiles::Exists(const std::string& path) {
 }
 
 void RealFiles::Remove(const std::string& path) { unlink(path.c_str()); }
+
+namespace {
+
+struct LockFile {
+  int fd = -1;
+  int holders = 0;
+};
+
+// The locks this process holds, by path.
+std::mutex g_locks_mutex;
+std::map<std::string, LockFile> g_locks;
+
+class HeldLockFile : public HeldLock {
+ public:
+  explicit HeldLockFile(std::string path) : m_path(std::move(path)) {}
+  ~HeldLockFile() override {
+    const std::lock_guard<std::mutex> guard(g_locks_mutex);
+    LockFile& lock = g_locks[m_path];
+    if (--lock.holders == 0) {
+      close(lock.fd);  // lets go of the lock
+      g_locks.erase(m_path);
+    }
+  }
+
+ private:
+  std::string m_path;
+};
+
+}  // namespace
+
+std::unique_ptr<HeldLock> RealLocks::Acquire(const std::string& path,
+                                             std::chrono::milliseconds limit,
+                                             const std::function<void()>& waiting) {
+  {
+    const std::lock_guard<std::mutex> guard(g_locks_mutex);
+    const auto held = g_locks.find(path);
+    if (held != g_locks.end()) {
+      ++held->second.holders;
+      return std::make_unique<HeldLockFile>(path);
+    }
+  }
+  const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  if (fd < 0) throw ErrnoException(errno, path);
+  // Polled rather than waited for in flock: the wait must have an end.
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  bool told = false;
+  while (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+    const int error = errno;
+    if (error != EWOULDBLOCK && error != EINTR) {
+      close(fd);
+      throw ErrnoException(error, "flock " + path);
+    }
+    if (!told) {
+      waiting();
+      told = true;
+    }
+    if (std::chrono::steady_clock::now() >= deadline) {
+      close(fd);
+      return nullptr;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  const std::lock_guard<std::mutex> guard(g_locks_mutex);
+  g_locks[path] = LockFile{fd, 1};
+  return std::make_unique<HeldLockFile>(path);
+}
 
 std::chrono::steady_clock::time_point RealClock::Now() { return std::chrono::steady_clock::now(); }
 

@@ -39,6 +39,13 @@ class RealFiles : public Files {
   void Remove(const std::string& path) override;
 };
 
+// flock(2) on the lock file; taken again by the same process, it only counts.
+class RealLocks : public Locks {
+ public:
+  std::unique_ptr<HeldLock> Acquire(const std::string& path, std::chrono::milliseconds limit,
+                                    const std::function<void()>& waiting) override;
+};
+
 class RealClock : public Clock {
  public:
   std::chrono::steady_clock::time_point Now() override;

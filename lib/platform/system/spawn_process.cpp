@@ -101,8 +101,8 @@ cap_t CapabilitiesToKeep() {
 // reaped within the timeout.
 class WaitWatchdog {
  public:
-  explicit WaitWatchdog(std::chrono::microseconds timeout)
-      : m_thread([this, timeout] { Run(timeout); }) {}
+  WaitWatchdog(std::chrono::microseconds timeout, pid_t child)
+      : m_thread([this, timeout, child] { Run(timeout, child); }) {}
   ~WaitWatchdog() {
     {
       std::lock_guard<std::mutex> lock(m_mutex);
@@ -115,11 +115,13 @@ class WaitWatchdog {
   WaitWatchdog& operator=(const WaitWatchdog&) = delete;
 
  private:
-  void Run(std::chrono::microseconds timeout) {
+  void Run(std::chrono::microseconds timeout, pid_t child) {
     pthread_setname_np(pthread_self(), "AbortOnTimeout");
     std::unique_lock<std::mutex> lock(m_mutex);
     if (!m_cv.wait_for(lock, timeout, [this] { return m_done; })) {
       Log("Abort due to timeout on waitpid\n");
+      // The stuck program goes too: the next run must not find it in its way.
+      kill(child, SIGKILL);
       std::abort();
     }
   }
@@ -242,6 +244,7 @@ void SpawnProcess::Execute(unsigned int flags) {
       plan.caps = caps.get();
     }
     plan.failure_prefix = failure_prefix.c_str();
+    plan.die_with = getpid();
     pid = fork();
     if (pid < 0) {
       throw ErrnoException(errno, "fork");
@@ -274,7 +277,7 @@ int SpawnProcess::Wait() {
   CloseStdin();
   std::optional<WaitWatchdog> watchdog;
   if (m_flags & kWatchdog) {
-    watchdog.emplace(std::chrono::microseconds(s_watchdog_timeout_us.load()));
+    watchdog.emplace(std::chrono::microseconds(s_watchdog_timeout_us.load()), m_child_pid);
   }
   if ((m_flags & kCaptureOutput) && m_stdout_fd >= 0) {
     ReadOutput();

@@ -1,0 +1,30 @@
+#pragma once
+// Runs that overlap take turns. A run holds the lock of its interface for its
+// whole action: a VLAN sub-interface shares its parent's (the parent's
+// configuration deletes and re-creates its VLANs), and "host" has one of its
+// own, which every host-wide change (forwarding, NAT, host name) also takes.
+// Locks are flock(2)s on files under /var/run, so a run that is killed lets
+// go of them. Runs on unrelated interfaces go on side by side.
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+#include "lib/platform/platform.h"
+
+namespace corvo {
+
+// Longer than any run holds a lock for: its own waits are all bounded.
+constexpr std::chrono::seconds kLockWait{120};
+
+// "/var/run/linkrig-IF.lock" for the interface, its parent for a VLAN.
+std::string RunLockPath(const std::string& ifname);
+
+// Takes the lock, saying once on standard error when it has to wait; raises
+// "Gave up waiting for PATH after 120 s" when the wait is over.
+std::unique_ptr<HeldLock> TakeRunLock(Platform& platform, const std::string& ifname);
+
+// The lock of host-wide changes (that of "host").
+std::unique_ptr<HeldLock> TakeHostLock(Platform& platform);
+
+}  // namespace corvo

@@ -1,0 +1,69 @@
+"""A start killed at any point, followed by one normal start, ends as a single
+clean start does: one DHCP client, the DHCP server, the LED."""
+
+import signal
+
+import pytest
+
+from player import linkrig_path, wait_for
+
+pytestmark = [pytest.mark.usefixtures("linkrig_binary"),
+              pytest.mark.player(ports=("eth0",), hwvars={"VL_HWFLAGS": "0x10"})]
+
+SETTINGS = {".omba": {"ip": "c0a85a01", "nm": "ffffff00", "dh": "c0a85a64:c0a85a6e"}}
+REAL = "/run/player/dhcpcd-real"
+# Marks its start, lets the test catch linkrig in the act, then is the real dhcpcd.
+WRAPPER = f"""#!/bin/sh
+touch /run/player/dhcpcd-called
+sleep 1
+exec {REAL} "$@"
+"""
+
+
+@pytest.fixture
+def player(player):
+    player.start_registry(SETTINGS)
+    player.skip_address_probing()
+    player.write_file(REAL, player.read_file("/usr/sbin/dhcpcd", binary=True), mode=0o755)
+    return player
+
+
+def kill_linkrig(player):
+    for pid in player.pids("linkrig"):
+        player.run(["kill", "-KILL", str(pid)])
+
+
+def start_and_kill(player, when):
+    run = player.spawn(player.clock_guard() + [linkrig_path(), "eth0", "start"])
+    if when == "waiting-for-its-lock":
+        wait_for(lambda: player.pids("linkrig"), what="linkrig")
+    elif when == "running-dhcpcd":
+        wait_for(lambda: player.exists("/run/player/dhcpcd-called"), what="dhcpcd to be run")
+    else:  # waiting for the address before starting the DHCP server
+        wait_for(lambda: player.dhcp_clients("eth0"), timeout=10, what="a client")
+    kill_linkrig(player)
+    assert run.wait(10) in (-signal.SIGKILL, 128 + signal.SIGKILL, 1)
+
+
+@pytest.mark.parametrize("when", ["waiting-for-its-lock", "running-dhcpcd", "awaiting-the-address"])
+def test_killed_start_then_a_normal_one(player, when):
+    holder = None
+    if when == "waiting-for-its-lock":
+        holder = player.start_daemon("holder", ["flock", "-o", "/var/run/linkrig-eth0.lock",
+                                                "sleep", "100"])
+    if when == "running-dhcpcd":
+        player.write_file("/run/player/dhcpcd-wrapper", WRAPPER, mode=0o755)
+        player.run(["mount", "--bind", "/run/player/dhcpcd-wrapper", "/usr/sbin/dhcpcd"],
+                   check=True)
+    start_and_kill(player, when)
+    if holder:
+        holder.stop()
+    if when == "running-dhcpcd":
+        player.run(["umount", "-l", "/usr/sbin/dhcpcd"], check=True)
+
+    result = player.linkrig("eth0", "start")
+    assert result.returncode == 0, result.stderr
+    wait_for(lambda: len(player.dhcp_clients("eth0")) == 1, timeout=15, what="one client")
+    server = player.read_file("/var/run/udhcpd-eth0.pid").strip()
+    assert player.pids("udhcpd") == [int(server)]
+    assert player.led("ethernet", timeout=10)["brightness"] == "255"

@@ -1,0 +1,92 @@
+"""Runs that overlap, as boot scripts and hot-plug events start them: runs of
+one interface take turns, so that they end as the same runs one after the
+other would, with the real dhcpcd; runs of unrelated interfaces do not wait
+for each other."""
+
+import os
+import threading
+import time
+
+import pytest
+
+from player import wait_for
+
+pytestmark = [pytest.mark.usefixtures("linkrig_binary"),
+              pytest.mark.player(ports=("eth0", "wlan0"), hwvars={"VL_HWFLAGS": "0x10"})]
+
+ROUNDS = int(os.environ.get("LINKRIG_STORM_ROUNDS", "5"))
+WAITING = "linkrig: waiting for another run to release /var/run/linkrig-eth0.lock\n"
+
+
+def at_once(player, *runs):
+    """Starts the runs together; returns their results in order."""
+    results = [None] * len(runs)
+    barrier = threading.Barrier(len(runs))
+
+    def one(index, args):
+        barrier.wait()
+        results[index] = player.linkrig(*args)
+
+    threads = [threading.Thread(target=one, args=(i, args)) for i, args in enumerate(runs)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    return results
+
+
+def clients(player):
+    return player.dhcp_clients("eth0")
+
+
+def settled(player, count):
+    """dhcpcd's clients of eth0 once it has settled on count of them."""
+    wait_for(lambda: len(clients(player)) == count, timeout=15, interval=0.1,
+             what=f"{count} dhcpcd for eth0, found {clients(player)}")
+    time.sleep(0.5)  # a late extra one would show now
+    return clients(player)
+
+
+@pytest.fixture
+def player(player):
+    player.start_registry({})
+    player.skip_address_probing()
+    return player
+
+
+def test_parallel_starts_leave_one_client(player):
+    for _ in range(ROUNDS):
+        results = at_once(player, *[("eth0", "start")] * 4)
+        assert all(r.returncode == 0 for r in results), [r.stderr for r in results]
+        assert len(settled(player, 1)) == 1
+        # Each run that found the interface busy said so, once.
+        assert all(r.stderr.count(WAITING) <= 1 for r in results)
+        assert sum(WAITING in r.stderr for r in results) >= 1
+        assert player.linkrig("eth0", "stop").returncode == 0
+        settled(player, 0)
+
+
+def test_storm_ending_with_a_stop_leaves_none(player):
+    for _ in range(ROUNDS):
+        results = at_once(player, *[("eth0", "start"), ("eth0", "stop")] * 3)
+        assert all(r.returncode == 0 for r in results), [r.stderr for r in results]
+        assert len(clients(player)) <= 1
+        assert player.linkrig("eth0", "stop").returncode == 0
+        settled(player, 0)
+
+
+def test_unrelated_interfaces_do_not_wait_for_each_other(player):
+    player.replace_program("/sbin/dhcpcd", delay=2)  # each run of the client takes 2 s
+    started = time.monotonic()
+    eth0, wlan0 = at_once(player, ("eth0", "start"), ("wlan0", "stop"))
+    assert (eth0.returncode, wlan0.returncode) == (0, 0), eth0.stderr + wlan0.stderr
+    assert time.monotonic() - started < 7  # 2 x 2 s for eth0, 2 s for wlan0, side by side
+    # Only their host-wide changes take turns.
+    assert "eth0.lock" not in wlan0.stderr and "wlan0.lock" not in eth0.stderr
+    # checklink changes nothing and waits for nothing.
+    busy = threading.Thread(target=player.linkrig, args=("eth0", "stop"))
+    busy.start()
+    wait_for(lambda: player.pids("python3"), what="the stop to run dhcpcd")
+    check = player.linkrig("eth0", "checklink")
+    busy.join()
+    assert check.returncode == 0 and "waiting" not in check.stderr
