@@ -6,7 +6,8 @@
 # multiarch armhf -dev packages cannot be installed beside the host's. It is cached in
 # $LINKRIG_ARMHF_SYSROOT (default /var/cache/linkrig/armhf-sysroot) and made again when the
 # package list below changes. The build goes to $LINKRIG_ARMHF_BUILD (default $BUILD/armhf).
-# Sourced (scripts/package.sh), it only defines the sysroot and build functions.
+# Sourced (scripts/package.sh), it only defines the sysroot and build functions. With
+# --build-only it builds linkrig alone and runs nothing (scripts/bench.sh).
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 bash "$ROOT/scripts/install-deps.sh" armhf
 
@@ -152,6 +153,10 @@ sysroot_time=$(elapsed "$t")
 
 t=$(now)
 configure_armhf
+if [ "${1:-}" = --build-only ]; then
+  cmake --build "$ARMHF_BUILD" -j"$JOBS" --target linkrig
+  exit 0
+fi
 cmake --build "$ARMHF_BUILD" -j"$JOBS" --target linkrig unit_tests
 build_time=$(elapsed "$t")
 

@@ -6,7 +6,8 @@
 # one scripts/test.sh tests), the armhf one from the cross build of scripts/armhf.sh; both are
 # brought up to date first. The version is the project's (CMakeLists.txt). What goes in is what
 # `cmake --install` puts in a staging root; Depends is what dpkg-shlibdeps finds the programs
-# need, for armhf from the dpkg database kept with the armhf sysroot.
+# need (with the libraries linkrig loads when first used), for armhf from the dpkg database
+# kept with the armhf sysroot.
 source "$(dirname "$0")/armhf.sh"
 bash "$ROOT/scripts/install-deps.sh" package
 
@@ -89,7 +90,9 @@ make_package() {
   # What Debian's own packages leave out besides the symbols (the compiler's version notes).
   "$(sed -n 's/^CMAKE_STRIP:FILEPATH=//p' "$build/CMakeCache.txt")" \
     --remove-section=.comment --remove-section=.note "${elf[@]}"
-  shlibdeps "$arch" "$work" -Tdebian/substvars "${elf[@]}"
+  # With the libraries linkrig loads when first used, which its ELF headers do not name.
+  shlibdeps "$arch" "$work" -Tdebian/substvars "${elf[@]}" \
+    "$build/liblinkrig_loaded_libraries.so"
   (cd "$work" && DEB_HOST_ARCH=$arch dpkg-gencontrol -P"$stage" -Tdebian/substvars)
   (cd "$stage" && find . -path ./DEBIAN -prune -o -type f -printf '%P\0' | sort -z \
     | xargs -0 md5sum > DEBIAN/md5sums)

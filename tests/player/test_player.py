@@ -86,6 +86,20 @@ def test_changes_stay_inside(player):
     assert "hello\n" in player.kmsg()
 
 
+def test_stand_ins_of_one_directory_all_hold(player):
+    # More stand-ins in one directory than overlays stack; both kinds record alike.
+    stand_ins = [player.replace_program("/usr/sbin/tc", exit_code=3, light=True),
+                 player.replace_program("/sbin/dhcpcd", exit_code=4),
+                 player.replace_program("/usr/sbin/pppd", exit_code=5, light=True),
+                 player.replace_program("/usr/sbin/chat", missing=True)]
+    for stand_in, status in zip(stand_ins[:3], (3, 4, 5)):
+        for args in (["a b", ""], ["-x", "\t\n"]):
+            assert player.run([stand_in.path] + args).returncode == status
+        assert stand_in.calls() == [["a b", ""], ["-x", "\t\n"]]
+    assert not player.exists("/usr/sbin/chat")
+    assert player.run(["ip", "-V"]).returncode == 0  # the rest of the directory is there
+
+
 def test_timeout_kills_the_program(player):
     with pytest.raises(subprocess.TimeoutExpired):
         player.run(["sleep", "60"], timeout=0.3)

@@ -3,12 +3,12 @@
 // tools only: the device itself never writes these texts.
 
 #include <cstdint>
-#include <gcrypt.h>
 #include <string>
 #include <vector>
 
-#include "lib/platform/settings/evp_cipher.h"
 #include "lib/platform/base/hex.h"
+#include "lib/platform/settings/evp_cipher.h"
+#include "lib/platform/settings/gcrypt_library.h"
 #include "lib/platform/settings/passphrase_obfuscation.h"
 
 namespace corvo::test {
@@ -34,7 +34,7 @@ inline std::string ObfuscatePassphrase(char tag, const std::string& key,
                                        const std::string& passphrase) {
   EnsureGcryptInitialised();
   std::uint8_t salt[SALT_SIZE];
-  gcry_randomize(salt, sizeof salt, GCRY_STRONG_RANDOM);
+  Gcrypt().randomize(salt, sizeof salt, GCRY_STRONG_RANDOM);
   return ObfuscatePassphrase(tag, key, passphrase, salt);
 }
 

@@ -90,6 +90,15 @@ with open({record!r}, "a") as f:
 time.sleep({delay})
 sys.exit({exit_code})
 """
+# The same in the shell, for measurements: a shell's memory stays below any
+# program that waits for it (a waited-for child's peak counts in the parent's
+# rusage). Fields end in NUL, each run in \x01.
+_LIGHT_STAND_IN_SCRIPT = """#!/bin/sh
+printf '%s\\0' "$0" "$@" >> "{record}"
+printf '\\001' >> "{record}"
+sleep {delay}
+exit {exit_code}
+"""
 
 _PR_SET_PDEATHSIG = 1
 _SYS_OPENAT2 = 437
@@ -199,7 +208,10 @@ class ProgramStandIn:
         """The argument vectors (without argv[0]) of every run so far, in order."""
         if not self.player.exists(self.record):
             return []
-        return [json.loads(line)[1:] for line in self.player.read_file(self.record).splitlines()]
+        text = self.player.read_file(self.record)
+        if text.endswith("\x01"):
+            return [run.split("\0")[1:-1] for run in text.split("\x01")[:-1]]
+        return [json.loads(line)[1:] for line in text.splitlines()]
 
 
 class Modem:
@@ -359,6 +371,7 @@ class Player(_Side):
         self._killed_at = None
         self._children = []
         self._kmsg_marks = 0
+        self._stand_in_layers = {}
         self._closed = False
 
     # --- life cycle --------------------------------------------------------
@@ -535,14 +548,18 @@ class Player(_Side):
                   f"lowerdir={directory},upperdir={layer}/upper,workdir={layer}/work", directory],
                  check=True)
 
-    def replace_program(self, path, exit_code=0, missing=False, delay=0):
+    def replace_program(self, path, exit_code=0, missing=False, delay=0, light=False):
         """Replaces the program at path, in this player only, by a stand-in that
         records its argument vectors and exits with exit_code (after delay
         seconds), or with missing=True by nothing at all; returns a
-        ProgramStandIn.  The
+        ProgramStandIn.  light=True makes it a shell script instead of
+        Python: quicker, and smaller than any program that waits for it.  The
         program's directory gets an overlay with the stand-in on top: a bind
         mount onto a symbolic link such as /usr/sbin/udhcpd would land on its
-        target (busybox) and replace every program sharing it."""
+        target (busybox) and replace every program sharing it.  Overlays
+        stack only two deep, so a later stand-in in the same directory
+        replaces the overlay by one with every layer, unless a program runs
+        from it."""
         directory = self.run(["readlink", "-e", os.path.dirname(path)], check=True).stdout.strip()
         name = os.path.basename(path)
         self.makedirs(STAND_IN_DIR)
@@ -553,12 +570,17 @@ class Player(_Side):
             # An overlay whiteout hides the program of the layers below.
             self.run(["mknod", f"{layer}/{name}", "c", "0", "0"], check=True)
         else:
+            script = _LIGHT_STAND_IN_SCRIPT if light else _STAND_IN_SCRIPT
             self.write_file(f"{layer}/{name}",
-                            _STAND_IN_SCRIPT.format(record=record, exit_code=int(exit_code),
-                                                    delay=float(delay)),
+                            script.format(record=record, exit_code=int(exit_code),
+                                          delay=float(delay)),
                             mode=0o755)
-        self.run(["mount", "-t", "overlay", "stand-in", "-o", f"lowerdir={layer}:{directory}",
-                  directory], check=True)
+        layers = self._stand_in_layers.setdefault(directory, [])
+        if layers and self.run(["umount", directory]).returncode != 0:
+            layers.clear()
+        layers.insert(0, layer)
+        self.run(["mount", "-t", "overlay", "stand-in", "-o",
+                  "lowerdir=" + ":".join(layers + [directory]), directory], check=True)
         return ProgramStandIn(self, path, record)
 
     def kmsg(self):

@@ -2,10 +2,10 @@
 
 #include <climits>
 #include <cstring>
-#include <gnutls/gnutls.h>
 #include <stdexcept>
 
 #include "lib/platform/base/assert.h"
+#include "lib/platform/settings/gnutls_library.h"
 
 namespace corvo {
 
@@ -20,7 +20,7 @@ struct GnutlsDatum {
   ~GnutlsDatum() {
     if (datum.data != nullptr) {
       explicit_bzero(datum.data, datum.size);
-      gnutls_free(datum.data);
+      Gnutls().free(datum.data);
     }
   }
 };
@@ -30,9 +30,9 @@ std::string DecodeRaw(const char* text, std::size_t length) {
   gnutls_datum_t input{reinterpret_cast<unsigned char*>(const_cast<char*>(text)),
                        static_cast<unsigned int>(length)};
   GnutlsDatum output;
-  const int result = gnutls_base64_decode2(&input, &output.datum);
+  const int result = Gnutls().base64_decode2(&input, &output.datum);
   if (result < 0) {
-    throw std::runtime_error(std::string("Invalid base64 data: ") + gnutls_strerror(result));
+    throw std::runtime_error(std::string("Invalid base64 data: ") + Gnutls().strerror(result));
   }
   return std::string(reinterpret_cast<const char*>(output.datum.data), output.datum.size);
 }

@@ -1,27 +1,28 @@
 #include "lib/platform/settings/evp_cipher.h"
 
 #include <cstring>
-#include <gcrypt.h>
 #include <mutex>
+
+#include "lib/platform/settings/gcrypt_library.h"
 
 namespace corvo {
 
 void EnsureGcryptInitialised() {
   static std::once_flag once;
   std::call_once(once, [] {
-    if (gcry_check_version(GCRYPT_VERSION) == nullptr) {
+    if (Gcrypt().check_version(GCRYPT_VERSION) == nullptr) {
       throw std::runtime_error("libgcrypt is older than the version built against");
     }
     // Another library in the process may have finished the set-up already.
-    if (gcry_control(GCRYCTL_INITIALIZATION_FINISHED_P)) return;
+    if (Gcrypt().control(GCRYCTL_INITIALIZATION_FINISHED_P)) return;
     // Nothing here asks for secure memory; without this libgcrypt warns on stderr.
-    gcry_control(GCRYCTL_DISABLE_SECMEM, 0);
-    gcry_control(GCRYCTL_INITIALIZATION_FINISHED, 0);
+    Gcrypt().control(GCRYCTL_DISABLE_SECMEM, 0);
+    Gcrypt().control(GCRYCTL_INITIALIZATION_FINISHED, 0);
   });
 }
 
 GcryptError::GcryptError(unsigned int error)
-    : std::runtime_error(gcry_strerror(error)), m_error(error) {}
+    : std::runtime_error(Gcrypt().strerror(error)), m_error(error) {}
 
 namespace EVP {
 
@@ -36,10 +37,10 @@ void Wipe(std::vector<std::uint8_t>& buffer) {
 class Handle {
  public:
   Handle(int algorithm, int mode) {
-    const gcry_error_t error = gcry_cipher_open(&m_handle, algorithm, mode, 0);
+    const gcry_error_t error = Gcrypt().cipher_open(&m_handle, algorithm, mode, 0);
     if (error) throw GcryptError(error);
   }
-  ~Handle() { gcry_cipher_close(m_handle); }
+  ~Handle() { Gcrypt().cipher_close(m_handle); }
   Handle(const Handle&) = delete;
   Handle& operator=(const Handle&) = delete;
   gcry_cipher_hd_t Get() const { return m_handle; }
@@ -63,7 +64,7 @@ Cipher::~Cipher() {
   Wipe(m_iv);
 }
 
-std::size_t Cipher::BlockLength() const { return gcry_cipher_get_algo_blklen(m_algorithm); }
+std::size_t Cipher::BlockLength() const { return Gcrypt().cipher_get_algo_blklen(m_algorithm); }
 
 void Cipher::SetKey(const std::uint8_t* key, std::size_t size) {
   Wipe(m_key);
@@ -78,18 +79,18 @@ void Cipher::SetIv(const std::uint8_t* iv, std::size_t size) {
 std::size_t Cipher::Run(bool encrypt, const std::uint8_t* in, std::size_t in_size,
                         std::uint8_t* out, std::size_t out_size) {
   Handle handle(m_algorithm, m_mode);
-  Check(gcry_cipher_setkey(handle.Get(), m_key.data(), m_key.size()));
+  Check(Gcrypt().cipher_setkey(handle.Get(), m_key.data(), m_key.size()));
   if (m_mode == GCRY_CIPHER_MODE_CTR) {
-    Check(gcry_cipher_setctr(handle.Get(), m_iv.data(), m_iv.size()));
+    Check(Gcrypt().cipher_setctr(handle.Get(), m_iv.data(), m_iv.size()));
   } else {
-    Check(gcry_cipher_setiv(handle.Get(), m_iv.data(), m_iv.size()));
+    Check(Gcrypt().cipher_setiv(handle.Get(), m_iv.data(), m_iv.size()));
   }
   // A null input would make libgcrypt work in place on the output.
   if (in_size == 0) return 0;
   if (encrypt) {
-    Check(gcry_cipher_encrypt(handle.Get(), out, out_size, in, in_size));
+    Check(Gcrypt().cipher_encrypt(handle.Get(), out, out_size, in, in_size));
   } else {
-    Check(gcry_cipher_decrypt(handle.Get(), out, out_size, in, in_size));
+    Check(Gcrypt().cipher_decrypt(handle.Get(), out, out_size, in, in_size));
   }
   return in_size;
 }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <gcrypt.h>
 #include <memory>
 #include <stdexcept>
 #include <vector>
@@ -10,6 +9,7 @@
 #include "lib/platform/base/assert.h"
 #include "lib/platform/base/hex.h"
 #include "lib/platform/base/log.h"
+#include "lib/platform/settings/gcrypt_library.h"
 
 namespace corvo {
 
@@ -46,10 +46,10 @@ class WipeOnExit {
 class Digest {
  public:
   explicit Digest(int algorithm) {
-    const gcry_error_t error = gcry_md_open(&m_handle, algorithm, 0);
+    const gcry_error_t error = Gcrypt().md_open(&m_handle, algorithm, 0);
     if (error) throw GcryptError(error);
   }
-  ~Digest() { gcry_md_close(m_handle); }
+  ~Digest() { Gcrypt().md_close(m_handle); }
   Digest(const Digest&) = delete;
   Digest& operator=(const Digest&) = delete;
   gcry_md_hd_t Get() const { return m_handle; }
@@ -87,11 +87,11 @@ void ConfigureCipherFromSalt(EVP::Cipher& cipher, const std::uint8_t* salt, std:
   const WipeOnExit<std::uint8_t> wipe_digest(digest, sizeof digest);
   {
     const Digest md(GCRY_MD_SHA384);
-    gcry_md_write(md.Get(), unique_secret, UNIQUE_SECRET_SIZE);
-    const std::size_t digest_len = gcry_md_get_algo_dlen(GCRY_MD_SHA384);
+    Gcrypt().md_write(md.Get(), unique_secret, UNIQUE_SECRET_SIZE);
+    const std::size_t digest_len = Gcrypt().md_get_algo_dlen(GCRY_MD_SHA384);
     if (digest_len > sizeof digest) throw std::runtime_error("Digest buffer too small");
     CORVO_ASSERT(digest_len == kDigestSize);
-    std::memcpy(digest, gcry_md_read(md.Get(), GCRY_MD_SHA384), digest_len);
+    std::memcpy(digest, Gcrypt().md_read(md.Get(), GCRY_MD_SHA384), digest_len);
   }
   cipher.SetKey(digest, kKeySize);
   cipher.SetIv(digest + kKeySize, kIvSize);

@@ -93,15 +93,22 @@ class SupplicantConnector {
   virtual std::shared_ptr<Supplicant> Connect() = 0;
 };
 
-// The daemon on the system bus; the drivers are asked for at each connection.
+// The daemon on the system bus. One client serves the connector's owner (a run)
+// throughout: every client opens a bus connection of its own, and a run asks
+// the daemon several times (the join, then each refresh of the LED). The
+// drivers are asked for when the client is made.
 class BusSupplicantConnector : public SupplicantConnector {
  public:
   explicit BusSupplicantConnector(std::function<InterfaceDrivers()> drivers)
       : m_drivers(std::move(drivers)) {}
-  std::shared_ptr<Supplicant> Connect() override { return Supplicant::Create(m_drivers()); }
+  std::shared_ptr<Supplicant> Connect() override {
+    if (!m_client) m_client = Supplicant::Create(m_drivers());
+    return m_client;
+  }
 
  private:
   std::function<InterfaceDrivers()> m_drivers;
+  std::shared_ptr<Supplicant> m_client;
 };
 
 // The interface's link state. Never throws: a supplicant that cannot be
