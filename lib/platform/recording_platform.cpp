@@ -60,6 +60,10 @@ std::string RenderProperties(const supplicant::PropertySet& properties) {
 
 std::string NotAvailable() { return "not available to a recorded run"; }
 
+bool Contains(const std::vector<std::string>& names, const std::string& name) {
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
 }  // namespace
 
 std::string QuoteArgument(const std::string& argument) {
@@ -92,7 +96,9 @@ std::string QuoteText(const std::string& text) {
   return quoted + "\"";
 }
 
-// The parts of the recorded world, each behind its interface.
+// The parts of the recorded world, each behind its interface. Without a
+// source every question is answered from the model; with one, from the real
+// system, except where a recorded change of this run has made the answer.
 class RecordingPlatform::Parts : public Programs,
                                  public NetworkState,
                                  public Files,
@@ -105,13 +111,14 @@ class RecordingPlatform::Parts : public Programs,
                                  public HardwareFacts,
                                  public supplicant::SupplicantConnector {
  public:
-  explicit Parts(RecordingPlatform& owner) : m_owner(owner), m_world(owner.world) {}
+  Parts(RecordingPlatform& owner, Platform* source)
+      : m_owner(owner), m_world(owner.world), m_source(source) {}
 
   // --- Programs
   int Run(const std::string& program, const std::vector<std::string>& args,
           unsigned int flags) override {
-    std::string line = "run " + QuoteArgument(program);
-    for (const std::string& arg : args) line += " " + QuoteArgument(arg);
+    std::string line = "run " + QuoteArgument(m_owner.Redact(program));
+    for (const std::string& arg : args) line += " " + QuoteArgument(m_owner.Redact(arg));
     const std::lock_guard<std::recursive_mutex> lock(m_owner.Mutex());
     m_owner.Record(line);
     m_world.runs.push_back({program, args, flags});
@@ -122,10 +129,15 @@ class RecordingPlatform::Parts : public Programs,
     return code;
   }
   std::optional<pid_t> ReadPidFile(const std::string& path, const std::string& name) override {
+    std::optional<pid_t> pid;
     const auto found = m_world.pid_files.find(path);
-    if (found == m_world.pid_files.end()) return std::nullopt;
-    m_pid_labels[found->second] = name + " of " + path;
-    return found->second;
+    if (found != m_world.pid_files.end()) {
+      pid = found->second;
+    } else if (m_source && m_stopped_files.count(path) == 0) {
+      pid = m_source->programs.ReadPidFile(path, name);
+    }
+    if (pid) m_pid_labels[*pid] = name + " of " + path;
+    return pid;
   }
   void KillProcessAndWait(pid_t pid, int signal, std::int64_t timeout_us) override {
     const auto label = m_pid_labels.find(pid);
@@ -133,13 +145,15 @@ class RecordingPlatform::Parts : public Programs,
         label != m_pid_labels.end() ? label->second : "pid " + std::to_string(pid);
     m_owner.Record("stop " + target + ": " + SignalName(signal) + ", SIGKILL after " +
                    Duration(std::chrono::microseconds(timeout_us)));
+    if (label != m_pid_labels.end())
+      m_stopped_files.insert(label->second.substr(label->second.find(" of ") + 4));
     for (auto it = m_world.pid_files.begin(); it != m_world.pid_files.end();) {
       it = it->second == pid ? m_world.pid_files.erase(it) : std::next(it);
     }
   }
   pid_t StartDetached(const std::vector<std::string>& argv, const std::string& pid_file) override {
     std::string line = "start";
-    for (const std::string& arg : argv) line += " " + QuoteArgument(arg);
+    for (const std::string& arg : argv) line += " " + QuoteArgument(m_owner.Redact(arg));
     m_owner.Record(line + " (detached, PID to " + pid_file + ")");
     const pid_t pid = m_next_pid++;
     m_world.pid_files[pid_file] = pid;
@@ -148,21 +162,27 @@ class RecordingPlatform::Parts : public Programs,
 
   // --- NetworkState
   bool InterfaceHasLink(const std::string& ifname) override {
-    return m_world.links.count(ifname) != 0;
+    return m_source ? m_source->network.InterfaceHasLink(ifname) : m_world.links.count(ifname) != 0;
   }
   bool InterfaceIsReady(const std::string& ifname) override {
-    return m_world.ready.count(ifname) != 0;
+    return m_source ? m_source->network.InterfaceIsReady(ifname) : m_world.ready.count(ifname) != 0;
   }
   bool HasDefaultRoute(const std::string& ifname) override {
-    return m_world.default_routes.count(ifname) != 0;
+    return m_source ? m_source->network.HasDefaultRoute(ifname)
+                    : m_world.default_routes.count(ifname) != 0;
   }
   void SetIpForwarding(bool on) override {
     m_owner.Record(std::string("forwarding ") + (on ? "on" : "off"));
     m_world.forwarding = on;
   }
-  std::vector<std::string> NetworkPorts() override { return m_world.ports; }
-  bool IsBootedFromNfs() override { return m_world.nfs_root; }
+  std::vector<std::string> NetworkPorts() override {
+    return m_source ? m_source->network.NetworkPorts() : m_world.ports;
+  }
+  bool IsBootedFromNfs() override {
+    return m_source ? m_source->network.IsBootedFromNfs() : m_world.nfs_root;
+  }
   std::vector<InterfaceAddress> InterfaceAddresses(const std::string& ifname) override {
+    if (m_source) return m_source->network.InterfaceAddresses(ifname);
     if (m_world.addresses_fail) throw std::runtime_error("Failed to get IP address list");
     const auto found = m_world.addresses.find(ifname);
     return found == m_world.addresses.end() ? std::vector<InterfaceAddress>() : found->second;
@@ -177,11 +197,14 @@ class RecordingPlatform::Parts : public Programs,
   // --- Files
   std::unique_ptr<std::ostream> Create(const std::string& path, mode_t mode) override;
   void Write(const std::string& path, const std::string& text) override {
-    m_owner.Record("write " + path + " " + QuoteText(text));
+    m_owner.Record("write " + path + " " + QuoteText(m_owner.Redact(text)));
     m_world.files[path] = text;
+    m_removed_files.erase(path);
   }
   bool Exists(const std::string& path) override {
     if (m_world.files.count(path) != 0) return true;
+    if (m_removed_files.count(path) != 0) return false;
+    if (m_source) return m_source->files.Exists(path);
     // A directory exists when something lies below it.
     const std::string prefix = path.back() == '/' ? path : path + "/";
     const auto below = m_world.files.lower_bound(prefix);
@@ -191,15 +214,16 @@ class RecordingPlatform::Parts : public Programs,
     m_owner.Record("remove " + path);
     m_world.files.erase(path);
     m_world.modes.erase(path);
+    m_removed_files.insert(path);
   }
 
-  // --- Locks: taking one changes nothing; another run never holds one.
+  // --- Locks: taking one changes nothing; no other run holds one here.
   std::unique_ptr<HeldLock> Acquire(const std::string&, std::chrono::milliseconds,
                                     const std::function<void()>&) override {
     return std::make_unique<HeldLock>();
   }
 
-  // --- Clock
+  // --- Clock: a recorded run waits for nothing.
   std::chrono::steady_clock::time_point Now() override { return m_world.now; }
   void Sleep(std::chrono::microseconds duration) override {
     m_owner.Record("sleep " + Duration(duration));
@@ -208,29 +232,39 @@ class RecordingPlatform::Parts : public Programs,
   }
 
   // --- SystemClock
-  std::int64_t RealtimeMicroseconds() override { return m_world.realtime_us; }
+  std::int64_t RealtimeMicroseconds() override {
+    return m_source && !m_clock_set ? m_source->system_clock.RealtimeMicroseconds()
+                                    : m_world.realtime_us;
+  }
   int SetRealtime(std::int64_t seconds, long microseconds) override {
     m_owner.Record(fmt::format("clock {}.{:06d}", seconds, microseconds));
     if (m_world.set_realtime_error != 0) return m_world.set_realtime_error;
     m_world.realtime_us = seconds * 1000000 + microseconds;
     m_world.time_is_set = true;
+    m_clock_set = true;
     return 0;
   }
-  bool TimeIsSet() override { return m_world.time_is_set; }
+  bool TimeIsSet() override {
+    return m_source && !m_clock_set ? m_source->system_clock.TimeIsSet() : m_world.time_is_set;
+  }
 
   // --- HostNames
-  std::string GetHostName() override { return m_world.host_name; }
+  std::string GetHostName() override {
+    return m_source && !m_host_name_set ? m_source->host_names.GetHostName() : m_world.host_name;
+  }
   void SetHostName(const std::string& name) override {
     m_owner.Record("host name " + QuoteArgument(name));
     m_world.host_name = name;
+    m_host_name_set = true;
   }
 
-  // --- NetworkTimeSource
+  // --- NetworkTimeSource: a recorded run asks no server.
   NetworkTimeResult Query(const std::string&) override { return m_world.network_time; }
 
   // --- Registry (only reads are ever made)
   std::string Read(const std::string& section, const std::string& key) override {
     if (m_world.on_read) m_world.on_read(section, key);
+    if (m_source) return m_source->registry.Read(section, key);
     const auto found = m_world.settings.find({section, key});
     return found == m_world.settings.end() ? std::string() : found->second;
   }
@@ -255,26 +289,43 @@ class RecordingPlatform::Parts : public Programs,
   void Flush() override { throw std::logic_error(NotAvailable()); }
 
   // --- HardwareFacts
-  bool IsWifiInterface(const std::string& name) override { return m_world.wifi_port == name; }
-  bool IsEthernetInterface(const std::string& name) override {
-    return m_world.ethernet_port == name;
+  bool IsWifiInterface(const std::string& name) override {
+    return m_source ? m_source->hardware.IsWifiInterface(name) : m_world.wifi_port == name;
   }
-  std::optional<std::string> EthernetInterface() override { return m_world.ethernet_port; }
-  std::string WifiDriver() override { return m_world.wifi_driver; }
-  std::string OemId() override { return m_world.oem_id; }
-  std::string OemModel() override { return m_world.oem_model; }
-  std::string SerialNumber() override { return m_world.serial_number; }
-  std::optional<std::string> WifiMacAddress() override { return m_world.wifi_mac_address; }
+  bool IsEthernetInterface(const std::string& name) override {
+    return m_source ? m_source->hardware.IsEthernetInterface(name) : m_world.ethernet_port == name;
+  }
+  std::optional<std::string> EthernetInterface() override {
+    return m_source ? m_source->hardware.EthernetInterface() : m_world.ethernet_port;
+  }
+  std::string WifiDriver() override {
+    return m_source ? m_source->hardware.WifiDriver() : m_world.wifi_driver;
+  }
+  std::string OemId() override { return m_source ? m_source->hardware.OemId() : m_world.oem_id; }
+  std::string OemModel() override {
+    return m_source ? m_source->hardware.OemModel() : m_world.oem_model;
+  }
+  std::string SerialNumber() override {
+    return m_source ? m_source->hardware.SerialNumber() : m_world.serial_number;
+  }
+  std::optional<std::string> WifiMacAddress() override {
+    return m_source ? m_source->hardware.WifiMacAddress() : m_world.wifi_mac_address;
+  }
 
   // --- Supplicant
   std::shared_ptr<supplicant::Supplicant> Connect() override;
 
   RecordingPlatform& m_owner;
   WorldModel& m_world;
+  Platform* const m_source;
 
  private:
   std::map<pid_t, std::string> m_pid_labels;
+  std::set<std::string> m_stopped_files;
+  std::set<std::string> m_removed_files;
   pid_t m_next_pid = 4000;
+  bool m_clock_set = false;
+  bool m_host_name_set = false;
 };
 
 namespace {
@@ -290,25 +341,40 @@ class RecordedStream : public std::ostringstream {
   std::function<void(const std::string&)> m_done;
 };
 
+// The links of the source (or the model) with this run's changes on top.
 class RecordedVlanLinks : public VlanLinks {
  public:
   explicit RecordedVlanLinks(RecordingPlatform::Parts& parts) : m_parts(parts) {}
 
   std::vector<std::string> ListVlansOn(const std::string& parent) override {
-    if (!Known(parent)) throw std::runtime_error("Link not found");
-    return m_parts.m_world.vlans[parent];
+    std::vector<std::string> names;
+    if (m_parts.m_source) {
+      for (const std::string& name : Source().ListVlansOn(parent)) {
+        if (!Contains(m_deleted, name)) names.push_back(name);
+      }
+    } else if (!Known(parent)) {
+      throw std::runtime_error("Link not found");
+    } else {
+      names = m_parts.m_world.vlans[parent];
+    }
+    for (const std::string& name : m_added[parent]) names.push_back(name);
+    return names;
   }
   void DeleteLink(const std::string& name) override {
     if (!Known(name)) throw std::runtime_error("Link not found");
     m_parts.m_owner.Record("link delete " + name);
-    for (auto& [parent, names] : m_parts.m_world.vlans) {
-      names.erase(std::remove(names.begin(), names.end(), name), names.end());
+    m_deleted.push_back(name);
+    for (auto* lists : {&m_parts.m_world.vlans, &m_added}) {
+      for (auto& [parent, names] : *lists) {
+        names.erase(std::remove(names.begin(), names.end(), name), names.end());
+      }
     }
   }
   void AddVlan(const std::string& parent, std::uint16_t id, const std::string& name) override {
     if (!Known(parent)) throw std::runtime_error("Link not found");
     m_parts.m_owner.Record(fmt::format("link add {} (VLAN {} on {})", name, id, parent));
-    m_parts.m_world.vlans[parent].push_back(name);
+    m_added[parent].push_back(name);
+    m_deleted.erase(std::remove(m_deleted.begin(), m_deleted.end(), name), m_deleted.end());
   }
   void SetUp(const std::string& name) override {
     if (!Known(name)) throw std::runtime_error("Link not found");
@@ -316,16 +382,37 @@ class RecordedVlanLinks : public VlanLinks {
   }
 
  private:
-  bool Known(const std::string& name) const {
+  VlanLinks& Source() {
+    if (!m_source) m_source = m_parts.m_source->network.OpenVlanLinks();
+    return *m_source;
+  }
+  bool Known(const std::string& name) {
+    if (Contains(m_deleted, name)) return false;
+    for (const auto& [parent, names] : m_added) {
+      if (Contains(names, name)) return true;
+    }
+    if (m_parts.m_source) {
+      // A link the kernel has: a port, or a VLAN of one.
+      if (Contains(m_parts.m_source->network.NetworkPorts(), name)) return true;
+      const std::string parent = name.substr(0, name.find('.'));
+      try {
+        return parent != name && Contains(Source().ListVlansOn(parent), name);
+      } catch (const std::exception&) {
+        return false;
+      }
+    }
     const WorldModel& world = m_parts.m_world;
-    if (std::find(world.ports.begin(), world.ports.end(), name) != world.ports.end()) return true;
+    if (Contains(world.ports, name)) return true;
     for (const auto& [parent, names] : world.vlans) {
-      if (std::find(names.begin(), names.end(), name) != names.end()) return true;
+      if (Contains(names, name)) return true;
     }
     return false;
   }
 
   RecordingPlatform::Parts& m_parts;
+  std::unique_ptr<VlanLinks> m_source;
+  std::vector<std::string> m_deleted;
+  std::map<std::string, std::vector<std::string>> m_added;
 };
 
 class RecordedNetwork : public supplicant::Network {
@@ -337,14 +424,18 @@ class RecordedNetwork : public supplicant::Network {
   std::string m_mode;
 };
 
+// An interface of the supplicant: what it tells comes from the real one when
+// there is one; what would change it is recorded.
 class RecordedInterface : public supplicant::Interface {
  public:
-  RecordedInterface(RecordingPlatform::Parts& parts, std::string ifname)
-      : m_parts(parts), m_ifname(std::move(ifname)) {}
+  RecordedInterface(RecordingPlatform::Parts& parts, std::string ifname,
+                    std::shared_ptr<supplicant::Interface> real)
+      : m_parts(parts), m_ifname(std::move(ifname)), m_real(std::move(real)) {}
 
   void AddNetwork(const supplicant::PropertySet& properties) override {
-    Record("add network " + RenderProperties(properties));
+    Record("add network " + m_parts.m_owner.Redact(RenderProperties(properties)));
     Model().networks.push_back(properties);
+    m_changed = true;
   }
   void AddAndSelectNetwork(const supplicant::PropertySet& properties) override {
     AddNetwork(properties);
@@ -353,23 +444,30 @@ class RecordedInterface : public supplicant::Interface {
   void RemoveAllNetworks() override {
     Record("remove all networks");
     Model().networks.clear();
+    m_changed = true;
   }
   void ForEachBSS(const std::function<void(const supplicant::BssInfo&)>& callback) override {
+    if (m_real) return m_real->ForEachBSS(callback);
     for (const supplicant::BssInfo& bss : Model().bss) callback(bss);
   }
-  supplicant::SignalInfo GetSignalInfo() override { return {}; }
-  std::string GetState() override { return Model().state; }
-  bool IsScanning() override { return Model().scanning; }
+  supplicant::SignalInfo GetSignalInfo() override {
+    return m_real ? m_real->GetSignalInfo() : supplicant::SignalInfo();
+  }
+  std::string GetState() override { return m_real ? m_real->GetState() : Model().state; }
+  bool IsScanning() override { return m_real ? m_real->IsScanning() : Model().scanning; }
   void Scan() override {
     Record("scan");
     Model().scanning = true;
   }
-  bool HasNetworks() override { return !Model().networks.empty(); }
+  bool HasNetworks() override {
+    return m_real && !m_changed ? m_real->HasNetworks() : !Model().networks.empty();
+  }
   void SetBlob(const std::string& name, const supplicant::Bytes& bytes) override {
     Record(fmt::format("blob {} ({} bytes)", name, bytes.size()));
     Model().blobs[name] = bytes;
   }
   std::shared_ptr<supplicant::Network> GetCurrentNetwork() override {
+    if (m_real) return m_real->GetCurrentNetwork();
     const auto& mode = Model().current_mode;
     if (!mode) return nullptr;
     return std::make_shared<RecordedNetwork>(*mode);
@@ -383,27 +481,35 @@ class RecordedInterface : public supplicant::Interface {
 
   RecordingPlatform::Parts& m_parts;
   std::string m_ifname;
+  std::shared_ptr<supplicant::Interface> m_real;
+  bool m_changed = false;
 };
 
 class RecordedSupplicant : public supplicant::Supplicant {
  public:
-  explicit RecordedSupplicant(RecordingPlatform::Parts& parts) : m_parts(parts) {}
+  RecordedSupplicant(RecordingPlatform::Parts& parts, std::shared_ptr<Supplicant> real)
+      : m_parts(parts), m_real(std::move(real)) {}
 
   std::shared_ptr<supplicant::Interface> GetInterface(const std::string& ifname) override {
-    if (m_parts.m_world.supplicant_interfaces.count(ifname) == 0) {
-      throw supplicant::InterfaceUnknown(supplicant::kInterfaceUnknownError,
-                                         "wpa_supplicant knows nothing about this interface.");
+    if (m_parts.m_world.supplicant_interfaces.count(ifname) != 0) {
+      return std::make_shared<RecordedInterface>(m_parts, ifname, nullptr);
     }
-    return std::make_shared<RecordedInterface>(m_parts, ifname);
+    if (m_real) {
+      return std::make_shared<RecordedInterface>(m_parts, ifname, m_real->GetInterface(ifname));
+    }
+    throw supplicant::InterfaceUnknown(supplicant::kInterfaceUnknownError,
+                                       "wpa_supplicant knows nothing about this interface.");
   }
   std::shared_ptr<supplicant::Interface> GetOrCreateInterface(const std::string& ifname) override {
-    if (m_parts.m_world.supplicant_interfaces.count(ifname) == 0) {
-      const bool wired = m_parts.m_world.ethernet_port == ifname;
-      m_parts.m_owner.Record("supplicant " + ifname + ": create interface (driver " +
-                             (wired ? std::string("wired") : m_parts.m_world.wifi_driver) + ")");
-      m_parts.m_world.supplicant_interfaces[ifname];
+    try {
+      return GetInterface(ifname);
+    } catch (const supplicant::InterfaceUnknown&) {
     }
-    return std::make_shared<RecordedInterface>(m_parts, ifname);
+    const auto wired = m_parts.EthernetInterface();
+    m_parts.m_owner.Record("supplicant " + ifname + ": create interface (driver " +
+                           (wired == ifname ? std::string("wired") : m_parts.WifiDriver()) + ")");
+    m_parts.m_world.supplicant_interfaces[ifname];
+    return std::make_shared<RecordedInterface>(m_parts, ifname, nullptr);
   }
   void SetDebugLevel(bool verbose) override {
     m_parts.m_owner.Record(std::string("supplicant: debug level ") +
@@ -412,23 +518,24 @@ class RecordedSupplicant : public supplicant::Supplicant {
 
  private:
   RecordingPlatform::Parts& m_parts;
+  std::shared_ptr<Supplicant> m_real;
 };
 
 // Standard error and output of the recorded run.
 class TextSink : public LogSink {
  public:
-  TextSink(std::string& text, std::recursive_mutex& mutex) : m_text(text), m_mutex(mutex) {}
+  TextSink(RecordingPlatform& owner, std::string& text) : m_owner(owner), m_text(text) {}
   void Write(const std::string& text) noexcept override {
     try {
-      const std::lock_guard<std::recursive_mutex> lock(m_mutex);
-      m_text += text;
+      const std::lock_guard<std::recursive_mutex> lock(m_owner.Mutex());
+      m_text += m_owner.Redact(text);
     } catch (...) {
     }
   }
 
  private:
+  RecordingPlatform& m_owner;
   std::string& m_text;
-  std::recursive_mutex& m_mutex;
 };
 
 }  // namespace
@@ -447,29 +554,32 @@ std::unique_ptr<std::ostream> RecordingPlatform::Parts::Create(const std::string
   return std::make_unique<RecordedStream>([this, path, mode](const std::string& content) {
     try {
       m_owner.Record(fmt::format("write {} (mode {:04o}) {}", path, static_cast<unsigned>(mode),
-                                 QuoteText(content)));
+                                 QuoteText(m_owner.Redact(content))));
     } catch (...) {
       // A change that fails leaves the file as it was.
       return;
     }
     m_world.files[path] = content;
     m_world.modes[path] = mode;
+    m_removed_files.erase(path);
   });
 }
 
 std::shared_ptr<supplicant::Supplicant> RecordingPlatform::Parts::Connect() {
+  if (m_source) return std::make_shared<RecordedSupplicant>(*this, m_source->supplicant.Connect());
   if (!m_world.supplicant_running) {
     throw BusServiceUnavailable(bus_errors::kServiceUnknown,
                                 "The name fi.w1.wpa_supplicant1 was not provided by any "
                                 ".service files");
   }
-  return std::make_shared<RecordedSupplicant>(*this);
+  return std::make_shared<RecordedSupplicant>(*this, nullptr);
 }
 
-RecordingPlatform::RecordingPlatform() : m_parts(std::make_unique<Parts>(*this)) {
+RecordingPlatform::RecordingPlatform(Platform* source)
+    : m_parts(std::make_unique<Parts>(*this, source)) {
   Parts& p = *m_parts;
-  m_log_sink = std::make_unique<TextSink>(m_log, m_mutex);
-  m_out_sink = std::make_unique<TextSink>(m_output, m_mutex);
+  m_log_sink = std::make_unique<TextSink>(*this, m_log);
+  m_out_sink = std::make_unique<TextSink>(*this, m_output);
   m_platform.reset(new Platform{p, p, p, p, p, p, p, p, p, p, p, *m_log_sink, *m_out_sink});
 }
 
@@ -478,7 +588,26 @@ RecordingPlatform::~RecordingPlatform() = default;
 void RecordingPlatform::Record(const std::string& effect) {
   const std::lock_guard<std::recursive_mutex> lock(m_mutex);
   if (before_effect) before_effect(effect);
-  m_effects.push_back(effect);
+  m_effects.push_back(Redact(effect));
+}
+
+void RecordingPlatform::AddSecret(const std::string& secret) {
+  const std::lock_guard<std::recursive_mutex> lock(m_mutex);
+  if (!secret.empty()) m_secrets.insert(secret);
+}
+
+std::string RecordingPlatform::Redact(std::string text) const {
+  // Longer secrets first: one may contain another.
+  std::vector<std::string> secrets(m_secrets.begin(), m_secrets.end());
+  std::sort(secrets.begin(), secrets.end(),
+            [](const std::string& a, const std::string& b) { return a.size() > b.size(); });
+  for (const std::string& secret : secrets) {
+    for (auto at = text.find(secret); at != std::string::npos;
+         at = text.find(secret, at + sizeof kRedacted - 1)) {
+      text.replace(at, secret.size(), kRedacted);
+    }
+  }
+  return text;
 }
 
 }  // namespace corvo

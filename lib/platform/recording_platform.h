@@ -97,7 +97,9 @@ struct WorldModel {
 
 class RecordingPlatform {
  public:
-  RecordingPlatform();
+  // Without a source the model answers every question; with one (the real
+  // system) the source answers, except where this run's own changes have.
+  explicit RecordingPlatform(Platform* source = nullptr);
   ~RecordingPlatform();
   RecordingPlatform(const RecordingPlatform&) = delete;
   RecordingPlatform& operator=(const RecordingPlatform&) = delete;
@@ -120,6 +122,10 @@ class RecordingPlatform {
 
   // Records one change (after before_effect).
   void Record(const std::string& effect);
+
+  // Every later record and line of text shows this text as "<redacted>".
+  void AddSecret(const std::string& secret);
+  std::string Redact(std::string text) const;
   std::recursive_mutex& Mutex() { return m_mutex; }
 
   // The recorded world behind each interface of the Platform.
@@ -127,7 +133,8 @@ class RecordingPlatform {
 
  private:
   // The network time step runs beside the main thread.
-  std::recursive_mutex m_mutex;
+  mutable std::recursive_mutex m_mutex;
+  std::set<std::string> m_secrets;
   std::vector<std::string> m_effects;
   std::string m_log;
   std::string m_output;
@@ -136,6 +143,8 @@ class RecordingPlatform {
   std::unique_ptr<LogSink> m_out_sink;
   std::unique_ptr<Platform> m_platform;
 };
+
+constexpr char kRedacted[] = "<redacted>";
 
 // One argument as a shell would need it written ('' for an empty one).
 std::string QuoteArgument(const std::string& argument);
