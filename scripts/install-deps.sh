@@ -16,11 +16,13 @@ PACKAGES=(
 )
 # Extras by name: `armhf` adds the cross compiler, the emulator and debootstrap
 # (scripts/armhf.sh); `guest` the system emulator, a kernel with every feature
-# as modules and iw (tools/guest/run.sh); the static busybox above also serves its initramfs.
+# as modules and iw (tools/guest/run.sh); the static busybox above also serves its initramfs;
+# `fuzz` clang and libFuzzer (scripts/fuzz.sh).
 for extra in "$@"; do
   case $extra in
     armhf) PACKAGES+=(crossbuild-essential-armhf qemu-user debootstrap) ;;
     guest) PACKAGES+=(qemu-system-x86 linux-image-amd64 iw cpio) ;;
+    fuzz) PACKAGES+=(clang-14 libfuzzer-14-dev) ;;
     *) echo "install-deps: unknown extra $extra" >&2; exit 2 ;;
   esac
 done
