@@ -28,6 +28,7 @@ inline std::string TextOr(FuzzedDataProvider& in, dbus_bool_t (*valid)(const cha
 inline void AppendValue(FuzzedDataProvider& in, DBusSignatureIter type, DBus::MessageIter& out,
                         int depth) {
   switch (const int code = dbus_signature_iter_get_current_type(&type)) {
+    // clang-format off
     case DBUS_TYPE_BYTE: out.append_byte(in.ConsumeIntegral<std::uint8_t>()); return;
     case DBUS_TYPE_BOOLEAN: out.append_bool(in.ConsumeBool()); return;
     case DBUS_TYPE_INT16: out.append_int16(in.ConsumeIntegral<std::int16_t>()); return;
@@ -40,8 +41,10 @@ inline void AppendValue(FuzzedDataProvider& in, DBusSignatureIter type, DBus::Me
     case DBUS_TYPE_STRING: out.append_string(TextOr(in, dbus_validate_utf8, "").c_str()); return;
     case DBUS_TYPE_OBJECT_PATH: out.append_path(TextOr(in, dbus_validate_path, "/").c_str()); return;
     case DBUS_TYPE_SIGNATURE: out.append_signature(TextOr(in, IsSignature, "").c_str()); return;
+    // clang-format on
     case DBUS_TYPE_VARIANT: {
-      // At most four variants deep, each type at most 12 characters: under 32 levels in all.
+      // Types of at most 12 characters, at most four variants deep: at most 55 levels of
+      // containers, where a message may have 64.
       std::string held = TextOr(in, dbus_signature_validate_single, "y");
       if (depth >= 4 || !IsSignature(held.c_str(), nullptr)) held = "y";
       DBus::MessageIter variant = out.new_variant(held.c_str());
@@ -57,12 +60,14 @@ inline void AppendValue(FuzzedDataProvider& in, DBusSignatureIter type, DBus::Me
       char* signature = dbus_signature_iter_get_signature(&element);
       DBus::MessageIter array = out.new_array(signature);
       dbus_free(signature);
-      for (int n = in.ConsumeIntegralInRange(0, 4); n > 0; --n) AppendValue(in, element, array, depth);
+      for (int n = in.ConsumeIntegralInRange(0, 4); n > 0; --n)
+        AppendValue(in, element, array, depth);
       out.close_container(array);
       return;
     }
     default: {  // a struct or a dictionary entry
-      DBus::MessageIter members = code == DBUS_TYPE_STRUCT ? out.new_struct() : out.new_dict_entry();
+      DBus::MessageIter members =
+          code == DBUS_TYPE_STRUCT ? out.new_struct() : out.new_dict_entry();
       DBusSignatureIter member;
       dbus_signature_iter_recurse(&type, &member);
       do AppendValue(in, member, members, depth);

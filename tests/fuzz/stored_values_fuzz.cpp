@@ -15,6 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   const PersistentNetworkConfig::InterfaceReader reader("eth0", platform.Get().registry, "S1");
   const PersistentNetworkConfig::HostReader host(platform.Get().registry, "S1");
+  // These never refuse a value.
   reader.IsDhcp(), reader.Gateway(), reader.DhcpServerGateway(), reader.InboundRate();
   reader.InterfaceMetric(), reader.Mtu(), host.Forwarding(), host.HostName();
   fuzz::Check(reader.StaticNameServers().size() <= 3, "more than three name servers");
@@ -22,10 +23,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fuzz::Check(reader.ClientIdentifier().size() <= 48, "client identifier over 48 characters");
   fuzz::Expect([&] { reader.StaticAddress(); }, {"Invalid static IP configuration"});
   fuzz::Expect([&] { reader.Netmask(); }, {"Invalid static IP configuration"});
-  fuzz::Expect([&] {
-    const std::set<std::uint16_t> ids = reader.Vlans();
-    fuzz::Check(ids.empty() || *ids.rbegin() <= 4095, "VLAN id over 4095");
-  }, {"stoi"});
+  fuzz::Expect(
+      [&] {
+        const std::set<std::uint16_t> ids = reader.Vlans();
+        fuzz::Check(ids.empty() || *ids.rbegin() <= 4095, "VLAN id over 4095");
+      },
+      {"stoi"});
   fuzz::Expect([&] { reader.DhcpServerRange(); }, {"Malformed IP4 pair"});
   fuzz::Expect([&] { fuzz::Check(reader.CaCertificate().size() <= size, "decoded value grew"); },
                {"Invalid base64 data: "});

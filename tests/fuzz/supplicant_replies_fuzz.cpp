@@ -25,27 +25,33 @@ T Result(const DBus::Message& reply) {
   return value;
 }
 
+using Reply = const DBus::Message&;
+
+// What the client reads from the reply to each call.
+void (*const kReadings[])(Reply) = {
+    [](Reply m) { supplicant::FormatBssid(supplicant::ReadByteArrayReply(m)); },  // SSID, BSSID
+    [](Reply m) { Property<std::int16_t>(m); },                                   // Signal
+    [](Reply m) { Property<std::uint16_t>(m); },                                  // Frequency
+    [](Reply m) { supplicant::FromVariants(Property<VariantMap>(m)); },           // Properties
+    [](Reply m) { supplicant::RssiOf(Result<VariantMap>(m)); },                   // SignalPoll
+    [](Reply m) { Property<std::string>(m); },                                    // State
+    [](Reply m) { Property<bool>(m); },                                           // Scanning
+    [](Reply m) { Property<std::vector<DBus::Path>>(m); },                        // BSSs
+    [](Reply m) { Property<DBus::Path>(m); },                                     // CurrentBSS
+    [](Reply m) { Result<DBus::Path>(m); },                                       // GetInterface
+};
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   FuzzedDataProvider in(data, size);
-  const int reading = in.ConsumeIntegral<std::uint8_t>() % 9;
+  const auto reading = kReadings[in.ConsumeIntegral<std::uint8_t>() % std::size(kReadings)];
   const DBus::CallMessage reply = fuzz::MessageBody(in);
-  // The client turns these into BusError; dbus-c++ calls every one of them InvalidArgs.
-  fuzz::Expect([&] {
+  auto read = [&] {
     try {
-      switch (reading) {
-        case 0: supplicant::FormatBssid(supplicant::ReadByteArrayReply(reply)); break;  // SSID, BSSID
-        case 1: Property<std::int16_t>(reply); break;                                   // Signal
-        case 2: Property<std::uint16_t>(reply); break;                                  // Frequency
-        case 3: supplicant::FromVariants(Property<VariantMap>(reply)); break;          // Properties
-        case 4: supplicant::RssiOf(Result<VariantMap>(reply)); break;                   // SignalPoll
-        case 5: Property<std::string>(reply); break;                                    // State
-        case 6: Property<bool>(reply); break;                                           // Scanning
-        case 7: Property<std::vector<DBus::Path>>(reply); break;                        // BSSs, Networks
-        default: Property<DBus::Path>(reply), Result<DBus::Path>(reply);                // CurrentBSS, GetInterface
-      }
-    } catch (const DBus::Error& e) {
+      reading(reply);
+    } catch (const DBus::Error& e) {  // the client turns these into BusError
       fuzz::Check(std::strcmp(e.name(), DBUS_ERROR_INVALID_ARGS) == 0, e.message());
     }
-  }, {"map::at"});
+  };
+  fuzz::Expect(read, {"map::at"});
   return 0;
 }
