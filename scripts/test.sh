@@ -3,10 +3,12 @@
 # tests that need a full kernel, in a QEMU guest), then the same unit, registry
 # and command tests again under AddressSanitizer and UBSan, then the unit tests
 # cross-built for the player's 32-bit ARM processor under qemu-arm; last the Debian packages
-# made from those builds, and the tests of what they install.
+# made from those builds, and the tests of what they install. The fuzz targets run in
+# between, each for a short bounded time (scripts/fuzz.sh).
 source "$(dirname "$0")/common.sh"
-# What the guest-kernel tests, the armhf phase and the packages need, in the same apt run.
-bash "$ROOT/scripts/install-deps.sh" guest armhf package
+# What the guest-kernel tests, the armhf phase, the fuzz targets and the packages need, in the
+# same apt run.
+bash "$ROOT/scripts/install-deps.sh" guest armhf fuzz package
 export LINKRIG_PACKAGES=${LINKRIG_PACKAGES:-$BUILD/packages}
 
 configure_and_build "$BUILD/release" -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -16,6 +18,9 @@ configure_and_build "$BUILD/sanitize" -DCMAKE_BUILD_TYPE=Debug -DLINKRIG_SANITIZ
 export ASAN_OPTIONS=${ASAN_OPTIONS:-abort_on_error=0:detect_leaks=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
 ctest --test-dir "$BUILD/sanitize" --output-on-failure -j2 --timeout 900 -LE 'guest|package'
+
+# Every parser of outside input under libFuzzer, a few minutes in all.
+bash "$ROOT/scripts/fuzz.sh"
 
 # The unit tests again, built for the player's 32-bit ARM processor and run under qemu-arm.
 bash "$ROOT/scripts/armhf.sh"

@@ -4,13 +4,12 @@
 #include <optional>
 #include <utility>
 
-#include <fmt/format.h>
-
 #include "lib/platform/base/log.h"
 #include "lib/platform/bus/dbus_dispatcher.h"
 #include "lib/platform/bus/dbus_values.h"
 #include "lib/platform/bus/utf8.h"
 #include "lib/platform/supplicant/names.h"
+#include "lib/platform/supplicant/replies.h"
 #include "lib/platform/supplicant/supplicant_proxies.h"
 
 namespace supplicant {
@@ -19,8 +18,6 @@ namespace {
 
 // Must exist before the first connection is opened, and outlive every client.
 corvo::EnsureDBusDispatcher s_dispatcher_guard;
-
-using VariantMap = std::map<std::string, DBus::Variant>;
 
 // Bus errors leave the client in the types of bus_error.h and supplicant.h.
 template <typename Call>
@@ -43,22 +40,6 @@ VariantMap ToVariants(const PropertySet& properties) {
   VariantMap variants;
   for (const auto& [key, value] : properties) variants.emplace(key, ToVariant(value));
   return variants;
-}
-
-// The daemon sends network properties as strings; anything else is left out.
-PropertySet FromVariants(const VariantMap& variants) {
-  PropertySet properties;
-  for (const auto& [key, variant] : variants) {
-    if (variant.signature() == "s") properties.emplace(key, static_cast<std::string>(variant));
-  }
-  return properties;
-}
-
-std::string FormatBssid(const Bytes& bytes) {
-  std::string text;
-  for (std::uint8_t byte : bytes) text += fmt::format("{:02x}:", byte);
-  if (!text.empty()) text.pop_back();
-  return text;
 }
 
 }  // namespace
@@ -126,7 +107,7 @@ class InterfaceImpl : public Interface {
       Translated([&] {
         if (auto bss = ReadBss(m_proxy.CurrentBSS())) info.bss = *bss;
         const VariantMap poll = m_proxy.SignalPoll();
-        info.rssi = poll.at("rssi");
+        info.rssi = RssiOf(poll);
       });
     } catch (const std::exception& e) {
       corvo::Log("CAUGHT EXCEPTION: %s\n", e.what());
@@ -236,19 +217,7 @@ Bytes SupplicantBSSProxy::ByteArrayProperty(const char* property) {
   call.interface("org.freedesktop.DBus.Properties");
   DBus::MessageIter writer = call.writer();
   writer << std::string(kBssInterface) << std::string(property);
-  const DBus::Message reply = fi::w1::wpa_supplicant1::BSS_proxy::invoke_method(call);
-  DBus::MessageIter reader = reply.reader();
-  DBus::Variant value;
-  reader >> value;
-  DBus::MessageIter bytes = value.reader();
-  if (!bytes.is_array() || bytes.array_type() != 'y') {
-    throw DBus::ErrorInvalidArgs("byte-array expected");
-  }
-  DBus::MessageIter elements = bytes.recurse();
-  std::uint8_t* data = nullptr;
-  const int length = elements.get_array(&data);
-  if (length <= 0 || data == nullptr) return {};
-  return Bytes(data, data + length);
+  return ReadByteArrayReply(fi::w1::wpa_supplicant1::BSS_proxy::invoke_method(call));
 }
 
 std::shared_ptr<Supplicant> Supplicant::Create(InterfaceDrivers drivers) {

@@ -1,0 +1,38 @@
+// Every parsed stored value of an interface and of the host, all holding the
+// input (eth0's section is also the host's). Passphrases have their own target.
+
+#include "lib/platform/recording_platform.h"
+#include "lib/platform/settings/interface_reader.h"
+#include "tests/fuzz/fuzz_support.h"
+
+using namespace corvo;
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  RecordingPlatform platform;
+  for (const char* key : {"ip", "nm", "gw", "d0", "d1", "d2", "ci", "im", "mtu", "vlans", "dh",
+                          "dhgw", "dhdn", "wa", "wf", "ir", "forwarding", "hn"}) {
+    platform.world.Set(".omba", key, fuzz::Text(data, size));
+  }
+  const PersistentNetworkConfig::InterfaceReader reader("eth0", platform.Get().registry, "S1");
+  const PersistentNetworkConfig::HostReader host(platform.Get().registry, "S1");
+  // These never refuse a value.
+  reader.IsDhcp(), reader.Gateway(), reader.DhcpServerGateway(), reader.InboundRate();
+  reader.InterfaceMetric(), reader.Mtu(), host.Forwarding(), host.HostName();
+  fuzz::Check(reader.StaticNameServers().size() <= 3, "more than three name servers");
+  fuzz::Check(reader.DhcpServerNameServers().size() <= size / 2 + 1, "more servers than pieces");
+  fuzz::Check(reader.ClientIdentifier().size() <= 48, "client identifier over 48 characters");
+  fuzz::Expect([&] { reader.StaticAddress(); }, {"Invalid static IP configuration"});
+  fuzz::Expect([&] { reader.Netmask(); }, {"Invalid static IP configuration"});
+  fuzz::Expect(
+      [&] {
+        const std::set<std::uint16_t> ids = reader.Vlans();
+        fuzz::Check(ids.empty() || *ids.rbegin() <= 4095, "VLAN id over 4095");
+      },
+      {"stoi"});
+  fuzz::Expect([&] { reader.DhcpServerRange(); }, {"Malformed IP4 pair"});
+  fuzz::Expect([&] { fuzz::Check(reader.CaCertificate().size() <= size, "decoded value grew"); },
+               {"Invalid base64 data: "});
+  fuzz::Expect([&] { reader.AccessPointFrequency(); }, {"stoul"});
+  fuzz::Expect([&] { reader.DialupLinkParameter(); }, {"Invalid dialup link parameter"});
+  return 0;
+}
