@@ -1,8 +1,12 @@
 #include "apps/linkrig/link_config_command.h"
 
+#include <csignal>
+#include <cstring>
 #include <exception>
+#include <pthread.h>
 #include <optional>
 
+#include "apps/linkrig/interface_name.h"
 #include "apps/steps/dialup.h"
 #include "apps/steps/host_forwarding.h"
 #include "apps/steps/interface_configuration.h"
@@ -14,6 +18,7 @@
 #include "apps/steps/wifi_bringup.h"
 #include "lib/hardware/hardware_config.h"
 #include "lib/hardware/led_status.h"
+#include "lib/platform/base/assert.h"
 #include "lib/platform/base/interface_names.h"
 #include "lib/platform/settings/interface_reader.h"
 
@@ -137,6 +142,31 @@ int LinkConfigCommand::CheckLink(const std::string& ifname) {
   const bool up =
       ifname == kHost ? AnyNetworkPortHasLink(m_platform) : CheckLinkAction(ifname, m_platform);
   return up ? 0 : 1;
+}
+
+int RunLinkrig(int argc, const char* const* argv, Platform& platform) {
+  if (argc >= 3) {
+    platform.log.Print("linkrig: %s %s\n", argv[1], argv[2]);
+  } else {
+    platform.log.Print("linkrig: too few args\n");
+  }
+  if (argc >= 2 && !IsUsableInterfaceName(argv[1])) {
+    platform.log.Print("%s", kUsage);
+    return 1;
+  }
+
+  // Blocked before any other thread exists, so that every later thread inherits it.
+  sigset_t hangup;
+  sigemptyset(&hangup);
+  sigaddset(&hangup, SIGHUP);
+  const int rc = pthread_sigmask(SIG_BLOCK, &hangup, nullptr);
+  if (rc != 0) {
+    platform.log.Print("pthread_sigmask failed: %s\n", std::strerror(rc));
+    CORVO_ASSERT(false);
+  }
+
+  const UbootBootEnvironment environment;
+  return LinkConfigCommand(environment, platform).Run(argc, argv);
 }
 
 }  // namespace corvo

@@ -35,4 +35,9 @@ class LinkConfigCommand {
   Platform& m_platform;
 };
 
+// What the command does from its start: the echo of its arguments, the check
+// of the interface name, the signal mask, and the run with the hardware
+// description from the boot loader's environment. Returns the exit status.
+int RunLinkrig(int argc, const char* const* argv, Platform& platform);
+
 }  // namespace corvo

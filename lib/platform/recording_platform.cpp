@@ -140,16 +140,8 @@ class RecordingPlatform::Parts : public Programs,
     return pid;
   }
   void KillProcessAndWait(pid_t pid, int signal, std::int64_t timeout_us) override {
-    const auto label = m_pid_labels.find(pid);
-    const std::string target =
-        label != m_pid_labels.end() ? label->second : "pid " + std::to_string(pid);
-    m_owner.Record("stop " + target + ": " + SignalName(signal) + ", SIGKILL after " +
-                   Duration(std::chrono::microseconds(timeout_us)));
-    if (label != m_pid_labels.end())
-      m_stopped_files.insert(label->second.substr(label->second.find(" of ") + 4));
-    for (auto it = m_world.pid_files.begin(); it != m_world.pid_files.end();) {
-      it = it->second == pid ? m_world.pid_files.erase(it) : std::next(it);
-    }
+    Gone(pid, "stop " + Target(pid) + ": " + SignalName(signal) + ", SIGKILL after " +
+                  Duration(std::chrono::microseconds(timeout_us)));
   }
   pid_t StartDetached(const std::vector<std::string>& argv, const std::string& pid_file) override {
     std::string line = "start";
@@ -264,9 +256,15 @@ class RecordingPlatform::Parts : public Programs,
   // --- Registry (only reads are ever made)
   std::string Read(const std::string& section, const std::string& key) override {
     if (m_world.on_read) m_world.on_read(section, key);
-    if (m_source) return m_source->registry.Read(section, key);
-    const auto found = m_world.settings.find({section, key});
-    return found == m_world.settings.end() ? std::string() : found->second;
+    std::string value;
+    if (m_source) {
+      value = m_source->registry.Read(section, key);
+    } else {
+      const auto found = m_world.settings.find({section, key});
+      if (found != m_world.settings.end()) value = found->second;
+    }
+    if (m_world.on_value) m_world.on_value(section, key, value);
+    return value;
   }
   std::string ReadAllJson() override { throw std::logic_error(NotAvailable()); }
   void WriteJson(const std::string&) override { throw std::logic_error(NotAvailable()); }
@@ -318,8 +316,26 @@ class RecordingPlatform::Parts : public Programs,
   RecordingPlatform& m_owner;
   WorldModel& m_world;
   Platform* const m_source;
+  // VLAN links this run deleted and added, kept across VlanLinks handles.
+  std::vector<std::string> m_vlans_deleted;
+  std::map<std::string, std::vector<std::string>> m_vlans_added;
 
  private:
+  std::string Target(pid_t pid) const {
+    const auto label = m_pid_labels.find(pid);
+    return label != m_pid_labels.end() ? label->second : "pid " + std::to_string(pid);
+  }
+  // Records the line; from then on the process's PID file names nothing.
+  void Gone(pid_t pid, const std::string& line) {
+    m_owner.Record(line);
+    const auto label = m_pid_labels.find(pid);
+    if (label != m_pid_labels.end())
+      m_stopped_files.insert(label->second.substr(label->second.find(" of ") + 4));
+    for (auto it = m_world.pid_files.begin(); it != m_world.pid_files.end();) {
+      it = it->second == pid ? m_world.pid_files.erase(it) : std::next(it);
+    }
+  }
+
   std::map<pid_t, std::string> m_pid_labels;
   std::set<std::string> m_stopped_files;
   std::set<std::string> m_removed_files;
@@ -411,8 +427,9 @@ class RecordedVlanLinks : public VlanLinks {
 
   RecordingPlatform::Parts& m_parts;
   std::unique_ptr<VlanLinks> m_source;
-  std::vector<std::string> m_deleted;
-  std::map<std::string, std::vector<std::string>> m_added;
+  // The run's changes outlive this handle: the next one sees them.
+  std::vector<std::string>& m_deleted = m_parts.m_vlans_deleted;
+  std::map<std::string, std::vector<std::string>>& m_added = m_parts.m_vlans_added;
 };
 
 class RecordedNetwork : public supplicant::Network {

@@ -76,6 +76,10 @@ struct WorldModel {
   // Stored settings: (section, key) -> value; on_read may throw like a failing registry.
   std::map<std::pair<std::string, std::string>, std::string> settings;
   std::function<void(const std::string& section, const std::string& key)> on_read;
+  // Told every value read, from the model or the source.
+  std::function<void(const std::string& section, const std::string& key,
+                     const std::string& value)>
+      on_value;
 
   // The supplicant daemon.
   bool supplicant_running = true;

@@ -39,10 +39,19 @@ def clients(player):
     return player.dhcp_clients("eth0")
 
 
+def client_state(player):
+    """What dhcpcd left behind, for a failure to show."""
+    return player.run(["sh", "-c", "ls -l /run/dhcpcd; cat /run/dhcpcd/eth0.pid;"
+                       " ps -eo pid,ppid,stat,args | grep [d]hcpcd"]).stdout
+
+
 def settled(player, count):
     """dhcpcd's clients of eth0 once it has settled on count of them."""
-    wait_for(lambda: len(clients(player)) == count, timeout=15, interval=0.1,
-             what=f"{count} dhcpcd for eth0, found {clients(player)}")
+    try:
+        wait_for(lambda: len(clients(player)) == count, timeout=15, interval=0.1,
+                 what=f"{count} dhcpcd for eth0")
+    except TimeoutError as timeout:
+        raise AssertionError(f"{timeout}; found:\n{client_state(player)}") from None
     time.sleep(0.5)  # a late extra one would show now
     return clients(player)
 

@@ -4,6 +4,7 @@ player, and the boot and hot-plug glue it ships, driven there by the real udevd 
 
 import os
 import re
+import shlex
 import subprocess
 from pathlib import Path
 
@@ -55,9 +56,10 @@ def test_contents_version_and_depends(arch, tmp_path):
     files = sorted(line.split()[-1] for line in run(["dpkg-deb", "--contents", deb]).stdout
                    .splitlines() if line.startswith("-"))
     doc = "./usr/share/doc/linkrig/"
-    assert files == ["./usr/sbin/linkrig", doc + "changelog.gz", doc + "copyright"] + [
+    assert files == ["./usr/sbin/linkrig", "./usr/sbin/linkrig-plan", doc + "changelog.gz",
+                     doc + "copyright"] + [
         doc + "examples/" + name for name in sorted(g[0] for g in GLUE)] + [
-        "./usr/share/man/man8/linkrig.8.gz"]
+        "./usr/share/man/man8/linkrig-plan.8.gz", "./usr/share/man/man8/linkrig.8.gz"]
     fields = dict(line.split(": ", 1) for line in
                   run(["dpkg-deb", "--field", deb, "Version", "Architecture", "Depends"])
                   .stdout.splitlines())
@@ -113,6 +115,10 @@ def test_installed_package_starts_a_wired_port(installed):
     assert dhcpcd.calls() == [head + ["-x", "eth0"], head + [
         "-Sip_address=192.168.50.1", "-Ssubnet_mask=255.255.255.0", "eth0"]]
     assert player.led("ethernet")["delay_on"] == "500"  # link, no address yet
+    # The installed plan predicts the same runs of the client.
+    plan = player.run(["/usr/sbin/linkrig-plan", "eth0", "start"])
+    assert [line for line in plan.stdout.splitlines() if "dhcpcd" in line] == [
+        "run /sbin/dhcpcd " + " ".join(shlex.quote(a) for a in call) for call in dhcpcd.calls()]
     # The installed manual page, as man finds it, renders without a warning.
     page = player.run(["sh", "-c", "man -w linkrig && MANWIDTH=80 man --warnings linkrig "
                                    ">/dev/null"])

@@ -50,6 +50,14 @@ def linkrig(player, *args):
     return result
 
 
+def plan(player, *args):
+    """linkrig-plan, the same run only printed."""
+    program = os.path.join(os.path.dirname(linkrig_path()), "linkrig-plan")
+    result = player.run(player.clock_guard() + [program] + list(args))
+    show_command(player, ["linkrig-plan"] + list(args), result)
+    return result
+
+
 def show_links(player):
     for port in player.ports:
         mine, far = player.link_state(port), player.lan.link_state(port)
@@ -131,6 +139,9 @@ def scene_wired_cycle():
         print("  far end: peer-eth0 192.168.50.1/24 serving 192.168.50.100-150")
         show_leds(player)
 
+        print("  First what the start would do, printed by linkrig-plan, which changes nothing;")
+        print("  then the start it predicts.")
+        plan(player, "eth0", "start")
         linkrig(player, "eth0", "start")
         def leased():
             return "192.168.50.1" in player.run(["ip", "-4", "addr", "show", "eth0"]).stdout

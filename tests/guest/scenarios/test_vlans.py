@@ -3,11 +3,12 @@ dhcpcd addresses the port and each VLAN, from busybox udhcpd on the far end
 (untagged and on VLAN 12) or from a VLAN's own static settings."""
 
 import json
+import os
 import re
 
 import pytest
 
-from player import wait_for
+from player import linkrig_path, wait_for
 
 pytestmark = [pytest.mark.usefixtures("linkrig_binary"),
               pytest.mark.player(ports=("eth0",), hwvars={"VL_HWFLAGS": "0x10"})]
@@ -58,6 +59,14 @@ def dhcp_clients(player):
     return set(re.findall(r"^\d+ dhcpcd: ([^\s\[]\S*) ", text, re.M))
 
 
+def planned_links(player, action):
+    """The link changes linkrig-plan predicts for eth0."""
+    plan = player.run(player.clock_guard() + [
+        os.path.join(os.path.dirname(linkrig_path()), "linkrig-plan"), "eth0", action])
+    assert plan.returncode == 0, plan.stderr
+    return [line for line in plan.stdout.splitlines() if line.startswith("link ")]
+
+
 def wait_clients(player, expected):
     # dhcpcd releases its lease before it ends.
     try:
@@ -90,6 +99,9 @@ addr add 192.168.57.2/25 dev peer-eth0.7
     serve(player, "peer-eth0", "192.168.50")
     serve(player, "peer-eth0.12", "192.168.52")
 
+    # The plan names the links the start makes, and makes none.
+    assert planned_links(player, "start") == ["link up eth0", "link add eth0.12 (VLAN 12 on eth0)"]
+    assert vlans(player) == {}
     linkrig(player, "start")
     assert vlans(player) == {"eth0.12": 12}  # 12 once, 5000 out of range
     wait_for(lambda: leased(player, "eth0", "192.168.50"), timeout=30, what="the lease of eth0")
@@ -103,6 +115,8 @@ addr add 192.168.57.2/25 dev peer-eth0.7
 
     # Its stop half takes eth0.12 and both clients away.
     player.set_setting(".omba", "vlans", "7")
+    assert planned_links(player, "reconfigure") == [
+        "link delete eth0.12", "link up eth0", "link add eth0.7 (VLAN 7 on eth0)"]
     linkrig(player, "reconfigure")
     assert vlans(player) == {"eth0.7": 7}
     wait_clients(player, {"eth0.7"})

@@ -1,0 +1,86 @@
+// linkrig-plan <interface> <action>: what the same run of linkrig would do,
+// without doing it. It reads the registry, the boot environment, the kernel's
+// links, addresses and routes and the supplicant's state for real, runs the
+// same front end and steps, and prints every change they would make, in order,
+// one a line on standard output; the run's own messages go to standard error.
+// It exits with the status the run would have had.
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "apps/linkrig/link_config_command.h"
+#include "lib/platform/real_platform.h"
+#include "lib/platform/recording_platform.h"
+#include "lib/platform/settings/base64.h"
+#include "lib/platform/settings/passphrase_obfuscation.h"
+
+namespace {
+
+constexpr char kAssumed[] =
+    "# Assumed: every program exits with status 0, the supplicant takes every change,\n"
+    "# and no time server is asked.\n";
+
+// The stored values that are secrets, in every form they may take in a change.
+void KeepSecret(corvo::RecordingPlatform& plan, corvo::Registry& registry,
+                const std::string& section, const std::string& key, const std::string& value) {
+  if (value.empty()) return;
+  if (key == "dp" || (section == "customer" && key == "obfuscation_key")) {
+    plan.AddSecret(value);
+  } else if (key == "wp") {
+    plan.AddSecret(value);
+    try {
+      plan.AddSecret(corvo::UnobfuscatePassphrase(
+          value, [&registry] { return registry.Read("customer", "obfuscation_key"); }));
+    } catch (const std::exception&) {
+      // The run itself reports a passphrase that cannot be read.
+    }
+  } else if (key == "wk") {
+    plan.AddSecret(value);
+    try {
+      plan.AddSecret(corvo::DecodeBase64Value(value));
+    } catch (const std::exception&) {
+    }
+  }
+}
+
+// One line for each change; the same wait many times over is one line.
+void PrintEffects(const std::vector<std::string>& effects) {
+  for (std::size_t i = 0; i < effects.size();) {
+    std::size_t same = 1;
+    while (i + same < effects.size() && effects[i + same] == effects[i] &&
+           effects[i].rfind("sleep ", 0) == 0) {
+      ++same;
+    }
+    if (same > 1) {
+      std::printf("%s (%zu times)\n", effects[i].c_str(), same);
+    } else {
+      std::printf("%s\n", effects[i].c_str());
+    }
+    i += same;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  corvo::RealPlatform real;
+  corvo::RecordingPlatform plan(&real.Get());
+  plan.world.network_time = {std::nullopt, "a plan asks no time server"};
+  plan.world.on_value = [&](const std::string& section, const std::string& key,
+                            const std::string& value) {
+    KeepSecret(plan, real.Get().registry, section, key, value);
+  };
+
+  const int status = corvo::RunLinkrig(argc, argv, plan.Get());
+
+  std::string title = "# linkrig-plan";
+  for (int i = 1; i < argc; ++i) title += std::string(" ") + argv[i];
+  std::printf("%s\n%s", plan.Redact(title).c_str(), kAssumed);
+  PrintEffects(plan.Effects());
+  std::printf("# exit status %d\n", status);
+  std::fflush(stdout);
+  std::fputs(plan.Output().c_str(), stderr);
+  std::fputs(plan.Log().c_str(), stderr);
+  return status;
+}
