@@ -146,7 +146,14 @@ class InterfaceImpl : public Interface {
       } catch (const DBus::Error& error) {
         if (!corvo::HasErrorName(error, kBlobUnknownError)) throw;
       }
-      m_proxy.AddBlob(name, bytes);
+      // Built here rather than by the generated AddBlob, whose argument
+      // writer cannot take the empty blob a missing certificate sends.
+      DBus::CallMessage call;
+      DBus::MessageIter writer = call.writer();
+      writer << name;
+      corvo::AppendBytes(writer, bytes);
+      call.member("AddBlob");
+      m_proxy.Interface_proxy::invoke_method(call);
     });
   }
 
