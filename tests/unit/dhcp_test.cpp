@@ -1,4 +1,3 @@
-#include <csignal>
 #include <string>
 #include <vector>
 
@@ -48,7 +47,6 @@ TEST_P(DhcpClient, ArgumentVector) {
   Store(GetParam().settings);
   Configure(GetParam().start);
   EXPECT_EQ(Runs(kDhcpcd), std::vector<Args>{GetParam().args});
-  EXPECT_EQ(world.runs.at(0).flags, 0x103u);
 }
 
 const Settings kStatic = {{"ip", "c0a8010a"}, {"nm", "ffffff00"}};
@@ -57,21 +55,18 @@ Settings Static(Settings more) {
   return more;
 }
 const Settings kServer = Static({{"dh", "c0a80164:c0a801c8"}});
-const char kIp[] = "-Sip_address=192.168.1.10";
-const char kMask[] = "-Ssubnet_mask=255.255.255.0";
 
 using C = ClientCase;
+// A dynamic start and a static one with router and MTU run the real dhcpcd in
+// the command tests.
 INSTANTIATE_TEST_SUITE_P(
     Stored, DhcpClient,
     ::testing::Values(
-        C{"Dynamic", {}, true, Head({"eth0"})},
         C{"StopTakesNoOptions", Static({{"im", "5"}, {"mtu", "578"}}), false, Head({"-x", "eth0"})},
-        C{"WorkedExample", Static({{"gw", "c0a80101"}, {"mtu", "578"}}), true,
-          Head({kIp, kMask, "-Srouters=192.168.1.1", "-Sinterface_mtu=1400", "eth0"})},
         C{"StaticDomainAndServerOnlyInD2", Static({{"nd", "example.local"}, {"d2", "08080808"}}),
           true,
-          Head({kIp, kMask, "-Sdomain_name=example.local", "-Sdomain_name_servers=8.8.8.8",
-                "eth0"})},
+          Head({"-Sip_address=192.168.1.10", "-Ssubnet_mask=255.255.255.0",
+                "-Sdomain_name=example.local", "-Sdomain_name_servers=8.8.8.8", "eth0"})},
         C{"MetricZeroMtuZero", {{"im", "0"}, {"mtu", "0"}}, true, Head({"-m0", "eth0"})},
         C{"MetricAndMtuUnset", {{"im", "-1"}, {"mtu", "-1"}}, true, Head({"eth0"})},
         C{"NoIdentifier",
@@ -80,17 +75,11 @@ INSTANTIATE_TEST_SUITE_P(
           {"-I", "", "-i", "ACME Box 4", "-o43", "-b", "eth0"}}),
     NameOf<ClientCase>);
 
-// Only a failed start is worth a line: stopping a client that is not running fails.
-TEST_F(Dhcp, DebugFlagAndExitCodeOnlyWhenStarting) {
+TEST_F(Dhcp, DebugFlag) {
   world.Set("networking", "dhcp_debug", "1");
-  world.exit_codes[kDhcpcd] = {127, 127};
   Configure(false);
   EXPECT_EQ(platform.Log(), "Enabling DHCP client debugging\n");
   EXPECT_EQ(Runs(kDhcpcd).at(0), Head({"-d", "-x", "eth0"}));
-  Configure(true);
-  EXPECT_EQ(platform.Log(),
-            "Enabling DHCP client debugging\nEnabling DHCP client debugging\n"
-            "linkrig: Failed to spawn dhcpcd: 127\n");
 }
 
 TEST_F(Dhcp, NfsRootLeavesEth0AloneButRefreshesLed) {
@@ -131,8 +120,7 @@ TEST_P(DhcpServerFile, WrittenThenServerStarted) {
             "end 192.168.1.200\n"
             "option subnet 255.255.255.0\n" +
                 GetParam().tail);
-  EXPECT_EQ(platform.Effects().back(), std::string("run ") + kUdhcpd + " " + kConf);
-  EXPECT_EQ(world.runs.back().flags, 0x103u);
+  EXPECT_EQ(Runs(kUdhcpd).size(), 1u);
 }
 
 const std::string kRouterAndDns = "option router 192.168.1.1\nopt dns 8.8.8.8\nopt dns 1.1.1.1\n";
@@ -157,34 +145,24 @@ TEST_F(Dhcp, ServerStartedEvenWhenFileCannotBeWritten) {
   EXPECT_EQ(Runs(kUdhcpd).size(), 1u);
 }
 
-struct StopCase {
-  const char* name;
-  Settings settings;
-  bool start;
-  std::string log;
-};
-
-class DhcpServerStop : public Dhcp, public ::testing::WithParamInterface<StopCase> {};
-
-TEST_P(DhcpServerStop, RunningServerTerminated) {
-  Store(GetParam().settings);
-  world.pid_files["/var/run/udhcpd-eth0.pid"] = 42;
-  Configure(GetParam().start);
-  EXPECT_EQ(platform.Log(), GetParam().log);
-  EXPECT_EQ(platform.Effects().back(),
-            "stop udhcpd of /var/run/udhcpd-eth0.pid: SIGTERM, SIGKILL after 30 s");
+// A start without a server of its own, or on a port that is a DHCP client,
+// stops the one running (the stop itself is the command tests').
+TEST_F(Dhcp, ServerNotEnabledOrOnAClientStopsTheRunningOne) {
+  const std::string kAlsoClient =
+      "DHCP server is not available on 'eth0' since it is also a DHCP client.\n";
+  for (const auto& [settings, log] : std::vector<std::pair<Settings, std::string>>{
+           {{}, ""}, {{{"dh", "c0a80164:c0a801c8"}}, kAlsoClient}}) {
+    platform.ClearEffects();
+    const std::size_t before = platform.Log().size();
+    Store(settings);
+    world.pid_files["/var/run/udhcpd-eth0.pid"] = 42;
+    Configure(true);
+    EXPECT_EQ(platform.Log().substr(before), log);
+    EXPECT_EQ(platform.Effects().back(),
+              "stop udhcpd of /var/run/udhcpd-eth0.pid: SIGTERM, SIGKILL after 30 s");
+  }
   EXPECT_TRUE(Runs(kUdhcpd).empty());
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, DhcpServerStop,
-    ::testing::Values(StopCase{"Stop", kServer, false, ""}, StopCase{"NotEnabled", {}, true, ""},
-                      StopCase{"AlsoAClient",
-                               {{"dh", "c0a80164:c0a801c8"}},
-                               true,
-                               "DHCP server is not available on 'eth0' since it is also a DHCP "
-                               "client.\n"}),
-    NameOf<StopCase>);
 
 TEST_F(Dhcp, ReadinessWaitGivesUpAfterFifteenSeconds) {
   Store(kServer);
@@ -193,15 +171,6 @@ TEST_F(Dhcp, ReadinessWaitGivesUpAfterFifteenSeconds) {
   const Lines& effects = platform.Effects();
   EXPECT_EQ(std::count(effects.begin(), effects.end(), "sleep 1 s"), 15);
   EXPECT_EQ(Runs(kUdhcpd).size(), 1u);
-
-  // Ready after two seconds: no more waiting.
-  platform.ClearEffects();
-  int sleeps = 0;
-  world.on_sleep = [&] {
-    if (++sleeps == 2) world.ready.insert("eth0");
-  };
-  Configure(true);
-  EXPECT_EQ(std::count(platform.Effects().begin(), platform.Effects().end(), "sleep 1 s"), 2);
 }
 
 }  // namespace
