@@ -17,9 +17,6 @@ using Settings = std::map<std::string, std::string>;
 using PersistentNetworkConfig::InterfaceReader;
 
 // gtest names for table cases with a `name` member.
-inline std::string CaseName(const ::testing::TestParamInfo<const char*>& info) {
-  return info.param;
-}
 template <typename Case>
 std::string NameOf(const ::testing::TestParamInfo<Case>& info) {
   return info.param.name;
