@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <chrono>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -12,7 +11,6 @@
 namespace corvo::test {
 namespace {
 
-const std::string kWaiting = "Waiting for interface to appear\n";
 const std::string kDefaults = "wlan0: No security configuration; using defaults.\n";
 const PropertySet kOpen{
     {"scan_ssid", 1}, {"ssid", "Home"}, {"key_mgmt", "NONE"}, {"disabled", 0}, {"priority", 1}};
@@ -47,35 +45,10 @@ class WifiBringup : public WifiTest {
   std::string error;
 };
 
-TEST_F(WifiBringup, InterfaceThatAppearsLateIsConfigured) {
-  world.ports = {"eth0"};
-  int sleeps = 0;
-  world.on_sleep = [&] {
-    if (++sleeps == 4) world.ports.push_back("wlan0");
-  };
-  EXPECT_EQ(Initialise("wlan0"), kWaiting + kWaiting + kWaiting + kWaiting + kDefaults);
-  EXPECT_EQ(Lines(platform.Effects().begin(), platform.Effects().begin() + 4),
-            Lines(4, "sleep 500 ms"));
-  EXPECT_EQ(Networks(), std::vector<PropertySet>{kOpen});
-}
-
-TEST_F(WifiBringup, InterfaceThatNeverAppearsFailsAfterFiveSeconds) {
-  world.ports = {"eth0"};
-  const auto start = world.now;
-  Initialise("wlan0");
-  EXPECT_EQ(error, "InitialiseWifi(wlan0): interface not present");
-  EXPECT_EQ(world.now - start, std::chrono::milliseconds(5000));
-  EXPECT_EQ(log.size(), 10 * kWaiting.size());
-  EXPECT_TRUE(Calls().empty());
-}
-
-TEST_F(WifiBringup, JoinThatCannotStartIsReportedAndFailsTheBringUp) {
+// The wireless port's failure, and the wait for a port that comes late or
+// never, are the command tests'.
+TEST_F(WifiBringup, WiredJoinThatCannotStartIsReported) {
   world.supplicant_running = false;
-  Initialise("wlan0");
-  EXPECT_EQ(error, "InitialiseWifi(wlan0): ConfigureWifiOrDot1x failed: 1");
-  EXPECT_EQ(log,
-            "Failed to initiate WiFi network join: The name fi.w1.wpa_supplicant1 was not "
-            "provided by any .service files\n");
   WiredPeap();
   EXPECT_EQ(Configure("eth0"), 1);
   EXPECT_EQ(log.rfind("Failed to initiate Wired 802.1x network join: ", 0), 0u) << log;
@@ -102,9 +75,6 @@ TEST_F(WifiBringup, WirelessJoinStartsWithAScan) {
   platform.ClearEffects();
   EXPECT_EQ(Configure("wlan0"), 0);
   EXPECT_EQ(Calls(), Lines{"supplicant wlan0: remove all networks"});
-  WiredPeap();  // selected as it is added
-  EXPECT_EQ(Configure("eth0"), 0);
-  EXPECT_EQ(Calls().back(), "supplicant eth0: select network");
 }
 
 TEST_F(WifiBringup, NfsRootAndOtherPortsLeaveTheSupplicantAloneButNotWlan0) {
