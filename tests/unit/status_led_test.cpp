@@ -91,34 +91,23 @@ INSTANTIATE_TEST_SUITE_P(
                         kOn}),
     NameOf<WiredCase>);
 
-struct WirelessCase {
-  const char* name;
-  const char* state;  // nullptr: the supplicant does not manage wlan0
-  const char* mode;   // the current network's mode; nullptr: no current network
-  Lines writes;
-};
-
-class WirelessLed : public Led, public ::testing::WithParamInterface<WirelessCase> {};
-
-TEST_P(WirelessLed, PatternFollowsTheSupplicantState) {
-  if (GetParam().state != nullptr) {
-    world.supplicant_interfaces["wlan0"].state = GetParam().state;
-    if (GetParam().mode) world.supplicant_interfaces["wlan0"].current_mode = GetParam().mode;
+// The supplicant's states as link levels are the supplicant client's tests;
+// scanning, an associated station and one with an address the guest's scenarios.
+TEST_F(Led, WirelessPatternFollowsTheLinkLevel) {
+  world.links.insert("wlan0");  // link alone is not enough for steady on
+  const struct {
+    const char* state;  // nullptr: the supplicant does not manage wlan0
+    const char* mode;   // the current network's mode; nullptr: no current network
+    Lines writes;
+  } cases[] = {
+      {nullptr, nullptr, kOff}, {"4way_handshake", nullptr, kBlink100}, {"completed", "2", kOn}};
+  for (const auto& c : cases) {
+    world.files = {{std::string(kLeds) + "wifi/brightness", ""}};  // as if never written
+    if (c.state) world.supplicant_interfaces["wlan0"].state = c.state;
+    if (c.mode) world.supplicant_interfaces["wlan0"].current_mode = c.mode;
+    EXPECT_EQ(Update("wlan0"), c.writes) << (c.state ? c.state : "not managed");
   }
-  // Link alone is not enough for steady on.
-  world.links.insert("wlan0");
-  EXPECT_EQ(Update("wlan0"), GetParam().writes);
 }
-
-using L = WirelessCase;
-// Scanning, an associated station and one with an address are the guest's scenarios.
-INSTANTIATE_TEST_SUITE_P(States, WirelessLed,
-                         ::testing::Values(L{"NotManaged", nullptr, nullptr, kOff},
-                                           L{"Handshake", "4way_handshake", nullptr, kBlink100},
-                                           L{"StationWithoutNetwork", "completed", nullptr,
-                                             kBlink500},
-                                           L{"AccessPoint", "completed", "2", kOn}),
-                         NameOf<WirelessCase>);
 
 TEST_F(Led, OtherInterfacesAndDevicesWithoutLedsWriteNothing) {
   world.links = {"eth0", "eth1"};

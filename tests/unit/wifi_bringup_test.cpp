@@ -11,10 +11,6 @@
 namespace corvo::test {
 namespace {
 
-const std::string kDefaults = "wlan0: No security configuration; using defaults.\n";
-const PropertySet kOpen{
-    {"scan_ssid", 1}, {"ssid", "Home"}, {"key_mgmt", "NONE"}, {"disabled", 0}, {"priority", 1}};
-
 class WifiBringup : public WifiTest {
  protected:
   WifiBringup() {

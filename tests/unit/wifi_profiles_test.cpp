@@ -9,8 +9,6 @@
 namespace corvo::test {
 namespace {
 
-using supplicant::PropertyValue;
-
 struct StationCase {
   const char* name;
   std::string passphrase;
@@ -19,7 +17,6 @@ struct StationCase {
   std::string log;
 };
 
-const std::string kDefaults = "wlan0: No security configuration; using defaults.\n";
 const std::string kWep = "Adding WEP WIFI network: ssid='Home'\n";
 const std::string kWpa = "Adding WPA WIFI network: ssid='Home'\n";
 const std::string kHex26 = "0123456789abcdef0123456789";
@@ -27,8 +24,6 @@ const std::string kHex64 = "00112233445566778899aabbccddeeff00112233445566778899
 
 PropertyValue Hex(const std::string& text) { return HexDecode(text); }
 
-const PropertySet kOpen{
-    {"scan_ssid", 1}, {"ssid", "Home"}, {"key_mgmt", "NONE"}, {"disabled", 0}, {"priority", 1}};
 PropertySet Wep(const PropertyValue& key) {
   return {
       {"scan_ssid", 1},  {"ssid", "Home"}, {"key_mgmt", "NONE"},        {"priority", 2},

@@ -10,6 +10,11 @@
 namespace corvo::test {
 
 using supplicant::PropertySet;
+using supplicant::PropertyValue;
+
+inline const std::string kDefaults = "wlan0: No security configuration; using defaults.\n";
+inline const PropertySet kOpen{
+    {"scan_ssid", 1}, {"ssid", "Home"}, {"key_mgmt", "NONE"}, {"disabled", 0}, {"priority", 1}};
 
 class WifiTest : public StepTest {
  protected:
