@@ -54,6 +54,16 @@ INSTANTIATE_TEST_SUITE_P(StoredValues, ForwardingMode,
                                            M{"TrailingText", "2x", {}}, M{"Empty", "", {}}),
                          NameOf<ModeCase>);
 
+// Only applying names the host, and does so first; resetting only flushes.
+TEST_F(HostForwarding, ResetOnlyFlushesApplyNamesTheHostFirst) {
+  Store({{"forwarding", "2"}, {"hn", "lobby-screen"}});
+  ConfigureHostForwarding(false, platform);
+  EXPECT_EQ(platform.Effects(), (Lines{"forwarding off", kFlush}));
+  platform.ClearEffects();
+  ConfigureHostForwarding(true, platform);
+  EXPECT_EQ(platform.Effects().front(), "host name lobby-screen");
+}
+
 TEST_F(HostForwarding, HostNameSetOnlyWhenTheBytesDiffer) {
   ApplyStoredHostName(platform);
   EXPECT_TRUE(platform.Effects().empty());
