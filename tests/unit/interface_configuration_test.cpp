@@ -41,7 +41,8 @@ struct Case {
 class VlanSetting : public InterfaceConfiguration, public ::testing::WithParamInterface<Case> {};
 
 // Existing VLANs are always taken down first, each client before its link. The
-// lists with the untagged port and an unknown interface are the command tests'.
+// lists with the untagged port, a tagged one alone and an unknown interface are
+// the command and guest tests'.
 TEST_P(VlanSetting, StepOrder) {
   world.vlans["eth0"] = {"eth0.12", "eth0.7"};
   Store({{"vlans", GetParam().vlans}});
@@ -54,11 +55,6 @@ const char kUp[] = "link up eth0";
 INSTANTIATE_TEST_SUITE_P(
     Stored, VlanSetting,
     ::testing::Values(Case{"StopWithVlansStored", "12,0", false, {"stop eth0", "forwarding"}},
-                      Case{"TaggedOnly",
-                           "12",
-                           true,
-                           {kUp, "link add eth0.12 (VLAN 12 on eth0)", "start eth0.12",
-                            "forwarding"}},
                       Case{"Ascending",
                            ",30,,7",
                            true,

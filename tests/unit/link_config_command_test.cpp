@@ -1,4 +1,3 @@
-#include <cctype>
 #include <map>
 #include <string>
 #include <vector>
@@ -49,6 +48,7 @@ class Command : public StepTest {
 };
 
 struct DispatchCase {
+  const char* name;
   const char* ifname;
   const char* action;
   Lines steps;
@@ -63,33 +63,26 @@ TEST_P(Dispatch, RunsTheStepsInOrder) {
   EXPECT_EQ(Steps(platform.Effects()), GetParam().steps);
 }
 
-const Lines kStopEth1{"dhcp stop eth1", "forwarding", "shaper remove"};
-const Lines kStartEth1{"dhcp start eth1", "forwarding", "shaper add"};
+const Lines kStop{"dhcp stop eth1", "forwarding", "shaper remove"};
+const Lines kStart{"dhcp start eth1", "forwarding", "shaper add"};
+const Lines kWlanStart{"dhcp start wlan0", "forwarding", "shaper add"};
 Lines Join(Lines a, const Lines& b) {
   a.insert(a.end(), b.begin(), b.end());
   return a;
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, Dispatch,
-                         ::testing::ValuesIn(std::vector<DispatchCase>{
-                             {"eth1", "start", Join({"dhcp stop eth1", "forwarding"}, kStartEth1)},
-                             {"eth1", "stop", kStopEth1},
-                             {"eth1", "reconfigure", Join(kStopEth1, kStartEth1)},
-                             {"wlan0",
-                              "start",
-                              {"supplicant", "dhcp stop wlan0", "forwarding", "dhcp start wlan0",
-                               "forwarding", "shaper add"}},
-                             {"wlan0",
-                              "reconfigure",
-                              {"dhcp stop wlan0", "forwarding", "shaper remove", "supplicant",
-                               "dhcp start wlan0", "forwarding", "shaper add"}}}),
-                         [](const auto& param_info) {
-                           std::string name =
-                               std::string(param_info.param.ifname) + "_" + param_info.param.action;
-                           for (auto& c : name)
-                             c = std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
-                           return name;
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    Table, Dispatch,
+    ::testing::Values(
+        DispatchCase{"Eth1Start", "eth1", "start", Join({"dhcp stop eth1", "forwarding"}, kStart)},
+        DispatchCase{"Eth1Stop", "eth1", "stop", kStop},
+        DispatchCase{"Eth1Reconfigure", "eth1", "reconfigure", Join(kStop, kStart)},
+        DispatchCase{"Wlan0Start", "wlan0", "start",
+                     Join({"supplicant", "dhcp stop wlan0", "forwarding"}, kWlanStart)},
+        DispatchCase{
+            "Wlan0Reconfigure", "wlan0", "reconfigure",
+            Join({"dhcp stop wlan0", "forwarding", "shaper remove", "supplicant"}, kWlanStart)}),
+    NameOf<DispatchCase>);
 
 TEST_F(Command, UpdateRunsNatOnlyInNatModeOnTheDefaultRoute) {
   world.default_routes.insert("eth1");
