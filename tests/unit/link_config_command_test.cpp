@@ -87,7 +87,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(Command, UpdateRunsNatOnlyInNatModeOnTheDefaultRoute) {
   world.default_routes.insert("eth1");
   for (const auto& [mode, nat] :
-       std::vector<std::pair<std::string, bool>>{{"02", true}, {"1", false}, {"", false}}) {
+       std::vector<std::pair<std::string, bool>>{{"2", true}, {"1", false}}) {
     platform.ClearEffects();
     Store({{"forwarding", mode}});
     EXPECT_EQ(Run("eth1", "update"), 0);
