@@ -42,8 +42,6 @@ TEST_F(InterfaceConfiguration, StopTakesDownTheExistingVlansOnly) {
                                              "link delete eth0.7", "stop eth0", "forwarding"}));
 }
 
-const char kUp[] = "link up eth0";
-
 TEST_F(InterfaceConfiguration, FailedVlanReportedAndSkipped) {
   Store({{"vlans", "7,12,30"}});
   platform.before_effect = [](const std::string& effect) {
@@ -55,7 +53,7 @@ TEST_F(InterfaceConfiguration, FailedVlanReportedAndSkipped) {
   EXPECT_EQ(platform.Log(),
             "Unable to configure VLAN 7 for eth0: no 802.1Q here\n"
             "Unable to configure VLAN 12 for eth0: Invalid static IP configuration\n");
-  EXPECT_EQ(steps, (Lines{kUp, "link add eth0.12 (VLAN 12 on eth0)",
+  EXPECT_EQ(steps, (Lines{"link up eth0", "link add eth0.12 (VLAN 12 on eth0)",
                           "link add eth0.30 (VLAN 30 on eth0)", "start eth0.30", "forwarding"}));
 }
 
