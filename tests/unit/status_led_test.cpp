@@ -76,7 +76,6 @@ using W = WiredCase;
 INSTANTIATE_TEST_SUITE_P(
     Rules, WiredLed,
     ::testing::Values(W{"LinkNoAddress", true, {}, kBlink500},
-                      W{"NoLinkNoAddress", false, {}, kOff},
                       W{"LinkOnlyPacketEntry", true, {Family(AF_PACKET)}, kBlink500},
                       W{"LinkIPv4", true, {Family(AF_PACKET), Ip("192.168.1.10", 24)}, kOn},
                       W{"NoLinkIPv4", false, {Ip("192.168.1.10", 24)}, kOff},
