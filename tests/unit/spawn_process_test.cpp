@@ -1,4 +1,3 @@
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -6,17 +5,14 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <sys/mount.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <vector>
 
 #include "lib/platform/system/async_signals.h"
 #include "lib/platform/system/spawn_process.h"
@@ -119,6 +115,8 @@ const char* const kGroup =
     "[ $sid = $$ ] && echo session; true";
 constexpr unsigned int kKmsg = SpawnProcess::kKernelLogOutput;
 
+// A missing program's line is pinned by the DHCP command test (dhcpcd missing),
+// the watchdog's abort and the stuck child's end by the hang command test.
 INSTANTIATE_TEST_SUITE_P(
     Flags, SpawnStreamsTest,
     testing::Values(
@@ -136,9 +134,6 @@ INSTANTIATE_TEST_SUITE_P(
                    ""},
         StreamCase{"NewSession", "/bin/sh", kGroup, SpawnProcess::kNewSession, 0,
                    "group\nsession\n", "", ""},
-        StreamCase{"MissingProgram", "/nonexistent/prog", "", 0, 127, "", "",
-                   "SpawnProcess child '/nonexistent/prog' failed: exec: No such file or "
-                   "directory\n"},
         StreamCase{"NotExecutable", "/etc/passwd", "", kKmsg, 127, "", "",
                    "SpawnProcess child '/etc/passwd' failed: exec: Permission denied\n"}),
     [](const testing::TestParamInfo<StreamCase>& case_info) { return case_info.param.name; });
@@ -205,41 +200,6 @@ TEST(SpawnProcessTest, ChangedIdentityKeepsOnlyBindService) {
   EXPECT_EQ(process.Wait(), 0);
   EXPECT_EQ(process.CapturedOutput(),
             "65534\n65534\n65534\nCapEff:\t0000000000000400\nCapAmb:\t0000000000000400\n");
-}
-
-// This process's children; orphans come to the main thread, which runs the tests.
-std::vector<pid_t> Children() {
-  std::ifstream in("/proc/self/task/" + std::to_string(getpid()) + "/children");
-  return std::vector<pid_t>(std::istream_iterator<pid_t>(in), {});
-}
-
-TEST(SpawnProcessDeathTest, WatchdogAbortsAWaitThatHangs) {
-  // The orphaned sleeper comes back to this process to be killed and reaped.
-  if (prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) {
-    GTEST_SKIP() << "no child subreaper here (user-mode emulation)";
-  }
-  EXPECT_DEATH(
-      {
-        SpawnProcess::SetWatchdogTimeoutForTesting(std::chrono::milliseconds(100));
-        SpawnProcess process("/bin/sleep", {"30"});
-        process.Execute(SpawnProcess::kNullOutput | SpawnProcess::kWatchdog);
-        process.Wait();
-      },
-      "Abort due to timeout on waitpid");
-  // The stuck program went with the aborted run: it is dead already.
-  const std::vector<pid_t> orphans = Children();
-  for (const pid_t orphan : orphans) {
-    int status = 0;
-    pid_t reaped = 0;
-    for (int tries = 0; reaped == 0 && tries < 200; ++tries) {
-      reaped = waitpid(orphan, &status, WNOHANG);
-      if (reaped == 0) usleep(10000);
-    }
-    EXPECT_EQ(reaped, orphan);
-    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
-    if (reaped == 0) kill(orphan, SIGKILL), waitpid(orphan, nullptr, 0);
-  }
-  prctl(PR_SET_CHILD_SUBREAPER, 0);
 }
 
 }  // namespace
