@@ -169,11 +169,10 @@ TEST_P(SectionRuleTest, ReadsFromTheInterfaceSection) {
   EXPECT_EQ(reader.Ssid(), "found");
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Names, SectionRuleTest,
-    ::testing::Values(SectionCase{"eth0", ".omba"}, SectionCase{"wlan0", ".omba1"},
-                      SectionCase{"ppp0", ".omba2"}, SectionCase{"eth0.12", ".net.eth0.12"},
-                      SectionCase{"eth1", ".net.eth1"}, SectionCase{"eth0 ", ".net.eth0 "}));
+// eth0, wlan0, ppp0 and eth1 read their sections in the command tests.
+INSTANTIATE_TEST_SUITE_P(Names, SectionRuleTest,
+                         ::testing::Values(SectionCase{"eth0.12", ".net.eth0.12"},
+                                           SectionCase{"eth0 ", ".net.eth0 "}));
 
 TEST_F(ReaderTest, NothingIsCached) {
   const InterfaceReader reader = Interface("wlan0");

@@ -34,9 +34,7 @@ void AwaitComm(pid_t pid, const std::string& name) {
   for (;;) {
     std::ifstream in("/proc/" + std::to_string(pid) + "/comm");
     std::string comm;
-    if ((std::getline(in, comm) && comm == name) || Clock::now() > deadline) {
-      return;
-    }
+    if ((std::getline(in, comm) && comm == name) || Clock::now() > deadline) return;
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
 }
