@@ -83,7 +83,8 @@ class ReadPidFileTest : public testing::TestWithParam<PidFileCase> {
   }
   void TearDown() override {
     kill(m_daemon.Pid(), SIGKILL);
-    EXPECT_THROW(m_daemon.Wait(), std::runtime_error);
+    EXPECT_THAT([this] { m_daemon.Wait(); }, testing::ThrowsMessage<std::runtime_error>(
+                                                 "Child (/bin/sleep) exited with signal 9"));
     unlink(m_path.c_str());
   }
   SpawnProcess m_daemon{"/bin/sleep", {"30"}};
