@@ -69,7 +69,7 @@ struct PidFileCase {
   const char* name;
   const char* content;  // nullptr: no file; "live": a running sleep; "gone": a reaped PID
   const char* process;  // the name asked for
-  int error;            // 0: the running sleep is found
+  int error;            // errno with the -1 returned
   const char* message;  // %s: the name asked for
 };
 
@@ -91,7 +91,7 @@ class ReadPidFileTest : public testing::TestWithParam<PidFileCase> {
   const std::string m_path = testing::TempDir() + "pidfile_test." + std::to_string(getpid());
 };
 
-TEST_P(ReadPidFileTest, FindsOnlyALiveProcessOfTheName) {
+TEST_P(ReadPidFileTest, RefusesAllButALiveProcessOfTheName) {
   const PidFileCase& c = GetParam();
   unlink(m_path.c_str());
   if (c.content) {
@@ -104,13 +104,12 @@ TEST_P(ReadPidFileTest, FindsOnlyALiveProcessOfTheName) {
   const pid_t pid = corvo::ReadPidFile(m_path, c.process);
   const int error = errno;
   EXPECT_EQ(testing::internal::GetCapturedStderr(), fmt::sprintf(c.message, c.process));
-  EXPECT_EQ(pid, c.error ? -1 : m_daemon.Pid());
-  if (c.error) {
-    EXPECT_EQ(error, c.error);
-  }
+  EXPECT_EQ(pid, -1);
+  EXPECT_EQ(error, c.error);
 }
 
-// A live process of another name is the dial-up command test's case.
+// A live process of another name is the dial-up command test's case; a live
+// one of the name is found by the DHCP and dial-up command tests' stops.
 const char* const kNotRunning = "PID file exists but %s not running\n";
 
 INSTANTIATE_TEST_SUITE_P(
@@ -122,8 +121,7 @@ INSTANTIATE_TEST_SUITE_P(
         PidFileCase{"NamePrefix", "live", "slee", ESRCH, kNotRunning},
         PidFileCase{"Zero", "0\n", "sleep", ESRCH, kNotRunning},
         PidFileCase{"Garbage", "pid\n", "sleep", ESRCH, kNotRunning},
-        PidFileCase{"Negative", "-1\n", "sleep", ESRCH, kNotRunning},
-        PidFileCase{"Running", "live", "sleep", 0, ""}),
+        PidFileCase{"Negative", "-1\n", "sleep", ESRCH, kNotRunning}),
     [](const testing::TestParamInfo<PidFileCase>& case_info) { return case_info.param.name; });
 
 }  // namespace
