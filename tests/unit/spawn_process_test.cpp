@@ -9,12 +9,12 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
-#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "lib/platform/system/async_signals.h"
 #include "lib/platform/system/spawn_process.h"
+#include "tests/unit/private_kernel_log.h"
 
 namespace {
 
@@ -46,8 +46,7 @@ Outcome Isolated(const std::function<int()>& body) {
   const pid_t pid = fork();
   if (pid == 0) {
     int in[2];
-    if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) ||
-        mount(files[2].c_str(), "/dev/kmsg", nullptr, MS_BIND, nullptr) || pipe(in) ||
+    if (!corvo::KeepKernelLogPrivate(files[2].c_str()) || pipe(in) ||
         write(in[1], "parent-stdin\n", 13) != 13) {
       _exit(200);
     }
