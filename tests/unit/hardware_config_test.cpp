@@ -1,14 +1,11 @@
 #include <boost/filesystem.hpp>
-#include <fstream>
 #include <map>
 #include <gtest/gtest.h>
 #include <optional>
 #include <string>
 
 #include "lib/hardware/hardware_config.h"
-#include "lib/hardware/led_status.h"
 #include "lib/platform/system/network_ports.h"
-#include "lib/platform/system/real_os.h"
 #include "tests/unit/private_kernel_log.h"
 
 namespace {
@@ -34,32 +31,24 @@ TEST_P(HardwareFlagsTest, EthernetFeatureBit) {
   EXPECT_EQ(hw.IsEthernetInterface("eth0"), GetParam().ethernet);
   EXPECT_FALSE(hw.IsEthernetInterface("eth1"));
   EXPECT_EQ(hw.GetEthernetInterface(true), std::optional<std::string>("eth0"));
+  EXPECT_FALSE(hw.NeedsWifiMacAddress());
 }
 
 INSTANTIATE_TEST_SUITE_P(AutomaticBase, HardwareFlagsTest,
-                         ::testing::Values(FlagsCase{std::nullopt, true}, FlagsCase{"0x10", true},
-                                           FlagsCase{"16", true}, FlagsCase{"020", true},
-                                           FlagsCase{"0", false}, FlagsCase{"0x0f", false},
+                         ::testing::Values(FlagsCase{std::nullopt, true}, FlagsCase{"16", true},
+                                           FlagsCase{"020", true}, FlagsCase{"0x0f", false},
                                            FlagsCase{"0xffffffffffffffff", true},
                                            FlagsCase{"0x10 ", true}, FlagsCase{" 0x10\n", true},
                                            FlagsCase{"16bits", true}, FlagsCase{"-16", false},
                                            FlagsCase{"garbage", false}, FlagsCase{"", false}));
 
+// VL_FORMAT 1 with VL_SERIAL is pinned by the DHCP and host name command tests.
 TEST(HardwareConfig, SerialOnlyWithFormatOne) {
-  {
-    const StaticBootEnvironment env(
-        Vars{{"VL_SERIAL", "A123"}, {"VL_FORMAT", "1"}, {"VL_OEM_ID", "o"}, {"VL_OEM_MODEL", "m"}});
-    const HardwareConfig hw(env);
-    EXPECT_EQ(hw.SerialNumber() + hw.OemId() + hw.OemModel(), "A123om");
-    EXPECT_FALSE(hw.NeedsWifiMacAddress());
-  }
-  {
-    const StaticBootEnvironment env(
-        Vars{{"VL_SERIAL", "A123"}, {"VL_FORMAT", "2"}, {"WLAN0_HWADDR", "02:00:00:00:00:01"}});
-    const HardwareConfig hw(env);
-    EXPECT_EQ(hw.SerialNumber(), "");
-    EXPECT_TRUE(hw.NeedsWifiMacAddress());
-  }
+  const StaticBootEnvironment env(
+      Vars{{"VL_SERIAL", "A123"}, {"VL_FORMAT", "2"}, {"WLAN0_HWADDR", "02:00:00:00:00:01"}});
+  const HardwareConfig hw(env);
+  EXPECT_EQ(hw.SerialNumber(), "");
+  EXPECT_TRUE(hw.NeedsWifiMacAddress());
 }
 
 TEST(HardwareConfig, SingletonLifetime) {
@@ -106,38 +95,6 @@ TEST_F(PortDirectory, InternalLinksAreNeverPorts) {
 TEST_F(PortDirectory, HostLinkIgnoresInternalLinks) {
   for (const char* name : {"lo", "rgmii0", "peth0"}) Add(name);
   EXPECT_FALSE(corvo::AnyNetworkPortHasLink(Dir()));
-}
-
-std::string ReadFile(const boost::filesystem::path& path) {
-  std::ifstream in(path.string());
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-TEST_F(PortDirectory, LedPatternWrites) {
-  const auto led = m_dir / "ethernet";
-  boost::filesystem::create_directories(led);
-  corvo::RealFiles files;
-  const corvo::LedNetworkStatusObserver eth("eth0", files, Dir());
-  EXPECT_EQ(eth.LedDirectory(), led.string() + "/");
-  EXPECT_EQ(corvo::LedNetworkStatusObserver("eth1", files, Dir()).LedDirectory(), "");
-  EXPECT_EQ(corvo::LedNetworkStatusObserver("wlan0", files, Dir()).LedDirectory(), "");
-
-  const auto timer = [&led] {
-    return ReadFile(led / "trigger") + ReadFile(led / "brightness") + " " +
-           ReadFile(led / "delay_on") + "/" + ReadFile(led / "delay_off");
-  };
-  corvo::SetLedPattern(eth, 500);
-  EXPECT_EQ(timer(), "timer255 500/500");
-  corvo::SetLedPattern(eth, 100);
-  EXPECT_EQ(timer(), "timer255 100/900");
-  // Steady patterns leave the timer trigger (delay_on present) first.
-  corvo::SetLedPattern(eth, 1000);
-  EXPECT_EQ(ReadFile(led / "trigger") + ReadFile(led / "brightness"), "none255");
-  boost::filesystem::remove(led / "delay_on");
-  boost::filesystem::remove(led / "trigger");
-  corvo::SetLedPattern(eth, 0);
-  EXPECT_FALSE(boost::filesystem::exists(led / "trigger"));
-  EXPECT_EQ(ReadFile(led / "brightness"), "0");
 }
 
 }  // namespace

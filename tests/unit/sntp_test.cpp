@@ -20,18 +20,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-enum class Answer {
-  kGood,
-  kSlow,
-  kStrayFirst,
-  kKissOfDeath,
-  kWrongMode,
-  kNoEcho,
-  kNoTransmit,
-  kTruncated,
-  kLeap3,
-  kSilent
-};
+enum class Answer { kGood, kSlow, kStrayFirst, kKissOfDeath, kNoTransmit, kLeap3, kSilent };
 
 std::int64_t RealtimeNs() {
   timespec now{};
@@ -87,11 +76,10 @@ class Responder {
       unsigned char reply[48] = {};
       const bool kiss = m_answer == Answer::kKissOfDeath;
       reply[0] = static_cast<unsigned char>(((m_answer == Answer::kLeap3 || kiss ? 3 : 0) << 6) |
-                                            (4 << 3) | (m_answer == Answer::kWrongMode ? 5 : 4));
+                                            (4 << 3) | 4);
       reply[1] = kiss ? 0 : 2;
       std::memcpy(reply + 12, kiss ? "RATE" : "GPS", 4);
       std::memcpy(reply + 24, request + 40, 8);
-      if (m_answer == Answer::kNoEcho) reply[31] ^= 1;
       PutTimestamp(reply + 32, RealtimeNs() + m_offset_ns);
       if (m_answer == Answer::kSlow) std::this_thread::sleep_for(100ms);
       if (m_answer != Answer::kNoTransmit) PutTimestamp(reply + 40, RealtimeNs() + m_offset_ns);
@@ -104,7 +92,7 @@ class Responder {
         std::this_thread::sleep_for(200ms);
         PutTimestamp(reply + 40, RealtimeNs() + m_offset_ns);
       }
-      sendto(m_fd, reply, m_answer == Answer::kTruncated ? 47 : 48, 0, peer, from_size);
+      sendto(m_fd, reply, sizeof reply, 0, peer, from_size);
     }
   }
 
@@ -165,24 +153,19 @@ constexpr std::int64_t kTwentyYears = 631152000;  // from now: past the NTP era 
 constexpr auto kQuick = 100ms;
 constexpr auto kFull = corvo::kNtpAttemptLimit;
 
+// A good reply from chronyd, and the wrong mode, missing echo, short reply and
+// silence with their lines, are the network time command tests' cases; here
+// what those cannot send.
 INSTANTIATE_TEST_SUITE_P(
     Replies, Sntp,
     ::testing::Values(
-        SntpCase{"Good", "127.0.0.1", Answer::kGood, 0, kFull, nullptr, 1},
-        SntpCase{"NextEra", "127.0.0.1", Answer::kGood, kTwentyYears, kFull, nullptr, 1},
-        SntpCase{"ByName", "localhost", Answer::kGood, -kTwentyYears, kFull, nullptr, 1},
+        SntpCase{"NextEraByName", "localhost", Answer::kGood, kTwentyYears, kFull, nullptr, 1},
         SntpCase{"SlowNetworkAndServer", "127.0.0.1", Answer::kSlow, 0, kFull, nullptr, 1},
         SntpCase{"StrayPacketFirst", "127.0.0.1", Answer::kStrayFirst, 0, kFull, nullptr, 1},
         SntpCase{"KissOfDeath", "localhost", Answer::kKissOfDeath, 0, kFull,
                  "kiss-of-death from localhost (127.0.0.1): RATE", 1},
-        SntpCase{"WrongMode", "127.0.0.1", Answer::kWrongMode, 0, kQuick,
-                 "bad reply from 127.0.0.1: not a server reply", 3},
-        SntpCase{"NoEcho", "127.0.0.1", Answer::kNoEcho, 0, kQuick,
-                 "bad reply from 127.0.0.1: not an answer to our request", 3},
         SntpCase{"NoTransmitTime", "127.0.0.1", Answer::kNoTransmit, 0, kQuick,
                  "bad reply from 127.0.0.1: no transmit time", 3},
-        SntpCase{"Truncated", "127.0.0.1", Answer::kTruncated, 0, kQuick,
-                 "bad reply from 127.0.0.1: too short", 3},
         SntpCase{"Leap3", "127.0.0.1", Answer::kLeap3, 0, kQuick,
                  "bad reply from 127.0.0.1: server not synchronised", 3},
         SntpCase{"Silent", "127.0.0.1", Answer::kSilent, 0, kFull, "no reply from 127.0.0.1", 3}),
