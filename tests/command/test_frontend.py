@@ -2,6 +2,7 @@
 actions that do nothing, and the link check, run in a simulated player."""
 
 import pytest
+from conftest import echo
 
 pytestmark = pytest.mark.usefixtures("linkrig_binary")
 
@@ -16,10 +17,6 @@ def linkrig(player, *args):
         # Whatever follows, the first line on standard error echoes the call.
         assert result.stderr.startswith(f"linkrig: {args[0]} {args[1]}\n"), result.stderr
     return result
-
-
-def echo(ifname, action):
-    return f"linkrig: {ifname} {action}\n"
 
 
 @pytest.mark.parametrize("hwflags", ["0x10", "0"])

@@ -4,13 +4,9 @@ through a real avahi-daemon on the player's bus."""
 import socket
 
 import pytest
-from conftest import stderr_without_time
+from conftest import echo, stderr_without_time
 
 pytestmark = pytest.mark.usefixtures("linkrig_binary")
-
-
-def echo(ifname, action):
-    return f"linkrig: {ifname} {action}\n"
 
 
 @pytest.fixture
