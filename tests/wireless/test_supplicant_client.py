@@ -126,8 +126,7 @@ def world():
 
 @pytest.fixture
 def double(world):
-    world[1].clear_failures()
-    world[1].clear_calls()
+    world[1].clear()
     return world[1]
 
 
@@ -225,7 +224,7 @@ def test_bss_reading(double, run):
     # "/" is no BSS: nothing is read for it.
     double.set_property(path, IFACE, "BSSs", dbus.Array(["/"], signature="o"))
     double.set_property(path, IFACE, "CurrentBSS", dbus.ObjectPath("/"))
-    double.clear_calls()
+    double.clear()
     assert run("bss", "wlan0", "--", "signal", "wlan0")[1] == (
         "ssid= bssid= signal=0 frequency=0 rssi=-50\n")
     assert all(c.path in (ROOT, path) for c in double.calls())
