@@ -37,15 +37,8 @@ def get_property(p, path, interface, name):
 def real(make_player):
     """A player whose bus has the real wpa_supplicant (no interfaces yet)."""
     p = make_player(ports=("eth0",), hwvars=HWVARS)
-
-    def owned(_):
-        out = p.run(["busctl", "--system", "call", "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                     "org.freedesktop.DBus", "NameHasOwner", "s", SERVICE]).stdout
-        return out.strip() == "b true"
-
-    daemon = p.start_daemon("wpa_supplicant", ["wpa_supplicant", "-u"], ready=owned, timeout=10)
-    yield p
-    daemon.stop()
+    p.start_supplicant()
+    return p
 
 
 def test_real_daemon_creates_the_interface_once_and_reads_its_state(real, supplicant_probe):
