@@ -109,7 +109,6 @@ def world():
     """One player with eth0 and wlan0 and the double managing wlan0."""
     p = Player(ports=("eth0", "wlan0"), hwvars=HWVARS).start()
     try:
-        p.start_registry({})
         with SupplicantDouble(p, interfaces=("wlan0",)) as double:
             yield p, double
     finally:
