@@ -13,3 +13,13 @@ def stderr_without_time(result):
     "host start" makes (no time server answers in a player)."""
     return "".join(line for line in result.stderr.splitlines(keepends=True)
                    if not line.startswith("linkrig: No network time: "))
+
+
+def echo(ifname, action):
+    """The first line of every run's standard error."""
+    return f"linkrig: {ifname} {action}\n"
+
+
+def ip_forward(player):
+    # Read from inside: /proc/sys/net shows the reader's network namespace.
+    return player.run(["cat", "/proc/sys/net/ipv4/ip_forward"], check=True).stdout.strip()

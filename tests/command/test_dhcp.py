@@ -15,7 +15,6 @@ pytestmark = [pytest.mark.usefixtures("linkrig_binary"),
                   "VL_HWFLAGS": "0x10", "VL_OEM_ID": "ACME", "VL_OEM_MODEL": "Box 4",
                   "VL_FORMAT": "1", "VL_SERIAL": "S1"})]
 
-HEAD = ["-I", "Velmora:S1", "-i", "ACME Box 4", "-o43", "-b"]
 STATIC = {"ip": "c0a83c01", "nm": "ffffff00"}  # 192.168.60.1/24
 SERVER = {"dh": "c0a83c64:c0a83c6e", "dhgw": "c0a83c01", "dhdn": "08080808",
           "dhds": "example.local"}

@@ -2,24 +2,13 @@
 actions that do nothing, and the link check, run in a simulated player."""
 
 import pytest
+from conftest import echo
 
 pytestmark = pytest.mark.usefixtures("linkrig_binary")
 
 USAGE = "Usage: linkrig <interface> init|add|start|stop|reconfigure|checklink\n"
 ACTIONS = ["init", "add", "remove", "start", "stop", "reconfigure", "checklink", "update"]
 REFUSED = "Ethernet is not supported on this hardware.\n"
-
-
-def linkrig(player, *args):
-    result = player.linkrig(*args)
-    if len(args) >= 2:
-        # Whatever follows, the first line on standard error echoes the call.
-        assert result.stderr.startswith(f"linkrig: {args[0]} {args[1]}\n"), result.stderr
-    return result
-
-
-def echo(ifname, action):
-    return f"linkrig: {ifname} {action}\n"
 
 
 @pytest.mark.parametrize("hwflags", ["0x10", "0"])
@@ -31,7 +20,7 @@ def echo(ifname, action):
 ])
 def test_wrong_argument_count(make_player, hwflags, args, stderr):
     player = make_player(hwvars={"VL_HWFLAGS": hwflags})
-    result = linkrig(player, *args)
+    result = player.linkrig(*args)
     assert (result.returncode, result.stdout, result.stderr) == (1, "", stderr)
 
 
@@ -43,7 +32,7 @@ BAD_NAMES = ["", "a/b", "..", ".", "x:y", "has space", "a" * 16, "tab\tx"]
     ("eth0", "checklink "),
 ] + [(ifname, action) for ifname in BAD_NAMES for action in ("checklink", "start")])
 def test_unknown_action_or_bad_interface_name(player, ifname, action):
-    result = linkrig(player, ifname, action)
+    result = player.linkrig(ifname, action)
     expected = (1, "", echo(ifname, action) + USAGE)
     assert (result.returncode, result.stdout, result.stderr) == expected
 
@@ -52,7 +41,7 @@ def test_unknown_action_or_bad_interface_name(player, ifname, action):
 @pytest.mark.parametrize("action", ACTIONS + ["bogus"])
 def test_ethernet_refused_without_hardware_bit(make_player, hwflags, action):
     player = make_player(hwvars={"VL_HWFLAGS": hwflags})
-    result = linkrig(player, "eth0", action)
+    result = player.linkrig("eth0", action)
     assert (result.returncode, result.stdout, result.stderr) == (1, REFUSED, echo("eth0", action))
 
 
@@ -60,8 +49,9 @@ def test_ethernet_refused_without_hardware_bit(make_player, hwflags, action):
     {}, None], ids=["hex", "decimal", "octal", "more-bits", "no-variable", "no-environment"])
 def test_ethernet_accepted(make_player, hwvars):
     player = make_player(hwvars=hwvars)
-    result = linkrig(player, "eth0", "checklink")
-    assert (result.returncode, result.stdout) == (0, "eth0: Link is up\n")
+    result = player.linkrig("eth0", "checklink")
+    assert (result.returncode, result.stdout, result.stderr) == (
+        0, "eth0: Link is up\n", echo("eth0", "checklink"))
 
 
 @pytest.mark.parametrize("ifname, action", [
@@ -69,37 +59,29 @@ def test_ethernet_accepted(make_player, hwvars):
     ("eth0", "remove"), ("host", "remove"),
 ])
 def test_actions_that_do_nothing(player, ifname, action):
-    result = linkrig(player, ifname, action)
+    result = player.linkrig(ifname, action)
     assert (result.returncode, result.stdout, result.stderr) == (0, "", echo(ifname, action))
     assert player.led("ethernet") == {"trigger": "none", "brightness": "0"}
-
-
-@pytest.mark.player(ports=("eth0", "wlan0"))
-@pytest.mark.parametrize("ifname, down, status", [
-    ("eth0", None, 0), ("wlan0", None, 0), ("eth0", "peer eth0", 1), ("eth0", "port eth0", 1),
-    ("eth0", "peer wlan0", 0), ("eth5", None, 1), ("abcdefghijklmno", None, 1),
-])
-def test_checklink(player, ifname, down, status):
-    if down:
-        side, port = down.split()
-        (player.set_peer_link if side == "peer" else player.set_link)(port, up=False)
-    result = linkrig(player, ifname, "checklink")
-    state = "down" if status else "up"
-    assert (result.returncode, result.stdout, result.stderr) == (
-        status, f"{ifname}: Link is {state}\n", echo(ifname, "checklink"))
 
 
 BOTH = ("eth0", "wlan0")
 
 
-@pytest.mark.parametrize("ports, down, status", [
-    (BOTH, (), 0), (BOTH, ("eth0",), 0), (BOTH, ("wlan0",), 0), (BOTH, BOTH, 1),
-    (("eth0",), ("eth0",), 1), ((), (), 1),
+# down: links taken down first, "peer" at the far end of the cable, "port" the player's own.
+@pytest.mark.parametrize("ports, ifname, down, status", [
+    (BOTH, "eth0", (), 0), (BOTH, "wlan0", (), 0), (BOTH, "eth0", ("peer eth0",), 1),
+    (BOTH, "eth0", ("port eth0",), 1), (BOTH, "eth0", ("peer wlan0",), 0), (BOTH, "eth5", (), 1),
+    (BOTH, "abcdefghijklmno", (), 1),
+    # host: up while any port has link
+    (BOTH, "host", (), 0), (BOTH, "host", ("peer eth0",), 0), (BOTH, "host", ("peer wlan0",), 0),
+    (BOTH, "host", ("peer eth0", "peer wlan0"), 1), (("eth0",), "host", ("peer eth0",), 1),
+    ((), "host", (), 1),
 ])
-def test_host_checklink(make_player, ports, down, status):
+def test_checklink(make_player, ports, ifname, down, status):
     player = make_player(ports=ports)
-    for port in down:
-        player.set_peer_link(port, up=False)
-    result = linkrig(player, "host", "checklink")
+    for side, port in (d.split() for d in down):
+        (player.set_peer_link if side == "peer" else player.set_link)(port, up=False)
+    result = player.linkrig(ifname, "checklink")
+    line = "" if ifname == "host" else f"{ifname}: Link is {'down' if status else 'up'}\n"
     assert (result.returncode, result.stdout, result.stderr) == (
-        status, "", echo("host", "checklink"))
+        status, line, echo(ifname, "checklink"))

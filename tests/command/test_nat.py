@@ -2,7 +2,7 @@
 player's own network namespace (its own nat table and forwarding switch)."""
 
 import pytest
-from conftest import stderr_without_time
+from conftest import echo, ip_forward, stderr_without_time
 
 pytestmark = pytest.mark.usefixtures("linkrig_binary")
 
@@ -11,22 +11,9 @@ NO_ROUTE = "Interface '{}' has no default route (yet).\n"
 PORTS = ("eth0", "wlan0", "eth1")
 
 
-def echo(ifname, action):
-    return f"linkrig: {ifname} {action}\n"
-
-
 def masquerade_rules(player):
     rules = player.run(["iptables", "-t", "nat", "-S", "POSTROUTING"], check=True).stdout
     return [line for line in rules.splitlines() if line != "-P POSTROUTING ACCEPT"]
-
-
-def ip_forward(player):
-    # Read from inside: /proc/sys/net shows the reader's network namespace.
-    return player.run(["cat", "/proc/sys/net/ipv4/ip_forward"], check=True).stdout.strip()
-
-
-def set_ip_forward(player, value):
-    player.run(["sh", "-c", f"echo {value} > /proc/sys/net/ipv4/ip_forward"], check=True)
 
 
 def add_default_route(player, ifname, subnet, metric=0):
@@ -95,7 +82,7 @@ def test_host_stop_changes_nothing(player):
     player.start_registry({".omba": {"forwarding": "0", "hn": "other"}})
     player.run(["iptables", "-t", "nat", "-A", "POSTROUTING", "-o", "eth0", "-j", "MASQUERADE"],
                check=True)
-    set_ip_forward(player, 1)
+    player.run(["sh", "-c", "echo 1 > /proc/sys/net/ipv4/ip_forward"], check=True)
     result = player.linkrig("host", "stop")
     assert (result.returncode, stderr_without_time(result)) == (0, echo("host", "stop"))
     assert masquerade_rules(player) == ["-A POSTROUTING -o eth0 -j MASQUERADE"]

@@ -62,10 +62,16 @@ def test_ptp_check(player, slave, line):
     ("no-echo", FAR, f"bad reply from {FAR}: not an answer to our request"),
     ("truncated", FAR, f"bad reply from {FAR}: too short"),
     ("silent", FAR, f"no reply from {FAR}"),
+    (None, FAR, f"no reply from {FAR}: Connection refused"),  # nothing listens
     (None, "time.invalid", "cannot look up time.invalid"),
+    # A name server that never answers: the resolver alone would wait 10 s.
+    ("silent-dns", "time.example", "looking up time.example took too long"),
 ])
 def test_bad_answers_change_nothing(player, mode, server, reason):
-    if mode:
+    if mode == "silent-dns":
+        player.write_file("/etc/resolv.conf", f"nameserver {FAR}\n")
+        player.start_ntp_responder("silent", address=FAR, port=53)
+    elif mode:
         player.start_ntp_responder(mode, address=FAR)
     result, elapsed = run(player, server=server)
     assert result.returncode == 0, result.stderr

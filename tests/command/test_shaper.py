@@ -1,5 +1,6 @@
-"""Inbound bandwidth policing: the real tc in the player's network namespace,
-and a recording stand-in for the order of the tc runs.
+"""Inbound bandwidth policing: the real tc in the player's network namespace (the tc
+argument vectors and a missing tc are the unit tests' work, the police action in use
+the guest's).
 
 eth1 stands for an ordinary wired port: its start runs no wireless step."""
 
@@ -10,11 +11,6 @@ pytestmark = [pytest.mark.usefixtures("linkrig_binary"), pytest.mark.player(port
 ADDING = "Adding inbound bandwidth shaping of 1000000bit/s for {}\n"
 REMOVING = "Removing bandwidth shaper (if present) for {}\n"
 FAILED = "ConfigureShaper failed: Shaper({}): Failed to add {}: {}\n"
-QDISC_ADD = ["qdisc", "add", "dev", "eth1", "handle", "ffff:", "ingress"]
-QDISC_DEL = ["qdisc", "del", "dev", "eth1", "ingress"]
-FILTER_ADD = ["filter", "add", "dev", "eth1", "parent", "ffff:", "protocol", "ip", "prio", "50",
-              "u32", "match", "ip", "src", "0.0.0.0/0", "police", "rate", "1000000",
-              "burst", "1000000", "drop", "flowid", ":1"]
 
 
 def ingress(player, ifname):
@@ -49,19 +45,3 @@ def test_stop_removes_an_ingress_qdisc_and_ignores_its_absence(player):
             0, "linkrig: eth0 stop\n" + REMOVING.format("eth0"))
         assert ingress(player, "eth0") == []
 
-
-def test_reconfigure_removes_then_adds(player):
-    player.start_registry({".net.eth1": {"ir": "f4240"}, ".omba": {"hn": "player"}})
-    tc = player.replace_program("/usr/sbin/tc")
-    result = player.linkrig("eth1", "reconfigure")
-    assert (result.returncode, result.stderr.endswith(ADDING.format("eth1"))) == (0, True)
-    assert tc.calls() == [QDISC_DEL, QDISC_ADD, FILTER_ADD]
-
-
-def test_missing_tc_gives_127(player):
-    player.start_registry({".net.eth1": {"ir": "f4240"}, ".omba": {"hn": "player"}})
-    player.replace_program("/usr/sbin/tc", missing=True)
-    result = player.linkrig("eth1", "start")
-    assert result.returncode == 0
-    assert result.stderr.endswith(ADDING.format("eth1") + FAILED.format("eth1", "qdisc", 127))
-    assert "SpawnProcess child 'tc' failed" in player.kmsg()

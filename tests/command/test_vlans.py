@@ -3,6 +3,7 @@
 dhcpcd is a recording stand-in; eth1 stands for an ordinary wired port."""
 
 import pytest
+from conftest import ip_forward
 
 pytestmark = [pytest.mark.usefixtures("linkrig_binary"), pytest.mark.player(ports=("eth1",))]
 
@@ -19,11 +20,6 @@ def prepare(player, vlans):
     return player.replace_program("/sbin/dhcpcd")
 
 
-def forwarding(player):
-    # Read from inside: /proc/sys/net shows the reader's network namespace.
-    return player.run(["cat", "/proc/sys/net/ipv4/ip_forward"], check=True).stdout.strip()
-
-
 @pytest.mark.parametrize("vlans, failures, parent_up", [
     ("12,0,12,5000", NO_8021Q, True),  # 0 first, 12 once, 5000 ignored
     ("0", "", False),                  # the DHCP step alone brings the port up
@@ -37,7 +33,7 @@ def test_vlan_list(player, vlans, failures, parent_up):
     assert failures in result.stderr
     # The untagged port is configured, the forwarding step still runs.
     assert dhcpcd.calls() == [HEAD + ["-x", "eth1"], HEAD + ["eth1"]]
-    assert forwarding(player) == "1"
+    assert ip_forward(player) == "1"
     assert player.link_state("eth1")["up"] == parent_up
 
 

@@ -1,5 +1,5 @@
-"""The registry client (through registry_probe) against the development service
-on a private system bus, and against a dbusmock double where faults are injected."""
+"""The registry client (through registry_probe) in a player: against the development
+service, and against a dbusmock double where faults are injected."""
 
 import json
 import subprocess
@@ -61,36 +61,35 @@ ROUND_TRIP = [
 ]
 
 
-def test_every_operation_round_trips_through_the_service(bus, start_service):
-    store = start_service()
+def test_every_operation_round_trips_through_the_service(player):
+    player.start_registry({})
     for args, expected in ROUND_TRIP:
-        status, output = probe(bus.address, *args)
+        status, output = probe(player, *args)
         assert status == 0, (args, output)
         if isinstance(expected, dict):
             assert json.loads(output) == expected
-            assert json.loads(store.read_text()) == expected
+            assert player.settings() == expected
         else:
             assert output == expected, args
 
 
-@pytest.mark.parametrize("args, options, expected", [
-    (["Write", "bad name", "k", "v"], [], INVALID_NAME),
-    (["Read", "networking", ""], [], INVALID_NAME),
-    (["KeyList", "a/b"], [], INVALID_NAME),
-    (["WriteJson", '{"ok": {"bad key": "v"}}'], [], INVALID_NAME),
-    (["Write", "s", "k", "x" * 200], ["--limit", "100"], FULL),
-    (["WriteJson", json.dumps({"t": {"k": "x" * 200}})], ["--limit", "100"], FULL),
-    (["WriteJson", "{not json"], [], INVALID_JSON),
-    (["WriteJson", '["a list"]'], [], INVALID_JSON),
-    (["WriteJson", '{"s": {"k": 1}}'], [], INVALID_JSON),
+@pytest.mark.parametrize("args, limit, expected", [
+    (["Write", "bad name", "k", "v"], None, INVALID_NAME),
+    (["Read", "networking", ""], None, INVALID_NAME),
+    (["KeyList", "a/b"], None, INVALID_NAME),
+    (["WriteJson", '{"ok": {"bad key": "v"}}'], None, INVALID_NAME),
+    (["Write", "s", "k", "x" * 200], 100, FULL),
+    (["WriteJson", json.dumps({"t": {"k": "x" * 200}})], 100, FULL),
+    (["WriteJson", "{not json"], None, INVALID_JSON),
+    (["WriteJson", '["a list"]'], None, INVALID_JSON),
+    (["WriteJson", '{"s": {"k": 1}}'], None, INVALID_JSON),
 ], ids=["section", "key", "keylist", "json-key", "write-full", "json-full", "syntax", "array",
         "number"])
-def test_service_errors_reach_the_caller_and_change_nothing(bus, start_service, args, options,
-                                                            expected):
-    start_service(*options)
-    assert probe(bus.address, "Write", "s", "seed", "1") == (0, "")
-    assert probe(bus.address, *args) == (2, expected)
-    assert probe(bus.address, "KeyList", "s") == (0, "seed=1\n")
+def test_service_errors_reach_the_caller_and_change_nothing(player, args, limit, expected):
+    player.start_registry({}, limit=limit)
+    assert probe(player, "Write", "s", "seed", "1") == (0, "")
+    assert probe(player, *args) == (2, expected)
+    assert probe(player, "KeyList", "s") == (0, "seed=1\n")
 
 
 @pytest.mark.parametrize("error, expected", [
@@ -105,7 +104,7 @@ def test_errors_are_translated_for_every_operation(mock, name, args, in_signatur
                                                    error, expected):
     mock.add(name, in_signature, out_signature,
              f"raise dbus.exceptions.DBusException('disk on fire', name='{error}')")
-    assert probe(mock.address, name, *args) == (2, expected)
+    assert probe(mock.player, name, *args) == (2, expected)
     assert mock.calls() == [name]
 
 
@@ -125,7 +124,7 @@ def test_errors_are_translated_for_every_operation(mock, name, args, in_signatur
         "map-array", "map-variant", "map-empty", "map-sorted", "read-int"])
 def test_replies_are_checked_for_their_type(mock, args, out_signature, code, expected):
     mock.add(args[0], "s" * (len(args) - 1), out_signature, code)
-    status, output = probe(mock.address, *args)
+    status, output = probe(mock.player, *args)
     assert (status, output) == (2 if expected.startswith("EXCEPTION") else 0, expected)
 
 
@@ -139,7 +138,7 @@ def test_replies_are_checked_for_their_type(mock, args, out_signature, code, exp
 def test_invalid_utf8_is_refused_before_anything_is_sent(mock, args):
     for name, _, in_signature, out_signature in OPERATIONS:
         mock.add(name, in_signature, out_signature)
-    assert probe(mock.address, *args) == (2, INVALID_ENCODING)
+    assert probe(mock.player, *args) == (2, INVALID_ENCODING)
     assert mock.calls() == []
 
 
@@ -147,8 +146,9 @@ def test_invalid_utf8_is_refused_before_anything_is_sent(mock, args):
     (None, "org.freedesktop.DBus.Error.ServiceUnknown"),
     ("unix:path=/nonexistent/socket", "org.freedesktop.DBus.Error."),
 ])
-def test_missing_service_or_bus_is_a_dbus_error(bus, address, error):
-    status, output = probe(address or bus.address, "Read", "s", "k")
+def test_missing_service_or_bus_is_a_dbus_error(player, address, error):
+    env = {"DBUS_SYSTEM_BUS_ADDRESS": address} if address else None
+    status, output = probe(player, "Read", "s", "k", env=env)
     assert status == 2 and output.startswith("EXCEPTION DBus " + error), output
 
 
@@ -156,8 +156,8 @@ def test_concurrent_reads_are_answered_one_after_the_other(mock):
     mock.add("Read", "ss", "s", "time.sleep(0.5)\nret = args[0] + '/' + args[1]")
     # The bus routes every message past a monitor in order: the calls overlap
     # exactly when the second call passes before the first reply.
-    monitor = subprocess.Popen(["dbus-monitor", "--address", mock.address, "--profile"],
-                               stdout=subprocess.PIPE, text=True)
+    monitor = mock.player.spawn(["dbus-monitor", "--system", "--profile"],
+                                stdout=subprocess.PIPE, text=True)
     lines = []
     reader = threading.Thread(target=lambda: [lines.append(line) for line in monitor.stdout])
     reader.start()
@@ -167,7 +167,7 @@ def test_concurrent_reads_are_answered_one_after_the_other(mock):
             assert time.monotonic() < deadline, "dbus-monitor did not start"
             mock.control.ClearCalls()
             time.sleep(0.1)
-        status, output = probe(mock.address, "threads", "s", "k")
+        status, output = probe(mock.player, "threads", "s", "k")
         time.sleep(0.2)
     finally:
         monitor.terminate()

@@ -1,13 +1,9 @@
 """A python-dbusmock double of wpa_supplicant's D-Bus service, for what the real
 daemon cannot do here: a "wlan0" with nl80211 (no WiFi hardware), associated
-states, BSSs, wrong-typed replies and injected errors.
-
-The file is both the dbusmock template (run inside the player) and the test
-side's handle, SupplicantDouble. The template behaves like the daemon for
-GetInterface/CreateInterface, networks, blobs, Scan and SignalPoll, and records
-every call (Properties Get/Set included) in one journal with its path and
-argument signature; Call.typed() gives the arguments with their D-Bus types.
-"""
+states, BSSs, wrong-typed replies and injected errors. The file is both the
+dbusmock template (run inside the player) and the test side's SupplicantDouble.
+The template records every call (Properties Get/Set too) with its path and
+argument signature; Call.typed() gives the arguments with their D-Bus types."""
 
 import collections
 import itertools
@@ -17,6 +13,7 @@ import os
 import dbus
 import dbus.bus
 import dbus.service
+from dbusmock.mockobject import DBusMockObject, objects
 
 BUS_NAME = "fi.w1.wpa_supplicant1"
 MAIN_OBJ = "/fi/w1/wpa_supplicant1"
@@ -36,11 +33,6 @@ INVALID_ARGS = "org.freedesktop.DBus.Error.InvalidArgs"
 _root = None
 
 
-def _objects():
-    from dbusmock.mockobject import objects  # pylint: disable=import-outside-toplevel
-    return objects
-
-
 def _record(obj, interface, member, signature, args):
     _root.journal.append((dbus.ObjectPath(obj.path), interface, member, signature,
                           dbus.Array(list(args), signature="v")))
@@ -56,7 +48,6 @@ def _record(obj, interface, member, signature, args):
 
 def _install_journal():
     """Routes every mocked method and the Properties calls through _record."""
-    from dbusmock.mockobject import DBusMockObject  # pylint: disable=import-outside-toplevel
     if getattr(DBusMockObject, "_supplicant_journal", False):
         return
     DBusMockObject._supplicant_journal = True
@@ -128,15 +119,13 @@ def _interface_methods():
         del state["blobs"][str(name)]
         self.props[INTERFACE_IFACE]["Blobs"] = _blobs(state["blobs"])
 
-    def signal_poll(self):
-        return dbus.Dictionary({"rssi": dbus.Int32(-50, variant_level=1),
-                                "linkspeed": dbus.Int32(54, variant_level=1),
-                                "frequency": dbus.UInt32(2412, variant_level=1)}, signature="sv")
-
+    signal = dbus.Dictionary({"rssi": dbus.Int32(-50, variant_level=1),
+                              "linkspeed": dbus.Int32(54, variant_level=1),
+                              "frequency": dbus.UInt32(2412, variant_level=1)}, signature="sv")
     return [("AddNetwork", "a{sv}", "o", add_network), ("RemoveNetwork", "o", "", remove_network),
             ("SelectNetwork", "o", "", select_network), ("AddBlob", "say", "", add_blob),
             ("RemoveBlob", "s", "", remove_blob), ("Scan", "a{sv}", "", lambda self, args: None),
-            ("SignalPoll", "", "a{sv}", signal_poll)]
+            ("SignalPoll", "", "a{sv}", lambda self: signal)]
 
 
 def _blobs(blobs):
@@ -193,16 +182,19 @@ def load(mock, parameters):
     def get_journal(self):
         return dbus.Array(_root.journal, signature="(ossgav)")
 
+    def clear(self):
+        _root.journal, _root.failures = [], []
+
     def fail(self, path, member, name, message, count):
         _root.failures.append([str(path), str(member), str(name), str(message), int(count)])
 
     def set_object_property(self, path, interface, name, value):
-        _objects()[path].props.setdefault(str(interface), {})[str(name)] = value
+        objects[path].props.setdefault(str(interface), {})[str(name)] = value
 
     def add_bss(self, interface_path, properties):
         path = f"{interface_path}/BSSs/{next(_root.bss_numbers)}"
         _root.AddObject(path, BSS_IFACE, properties, [])
-        owner = _objects()[interface_path].props[INTERFACE_IFACE]
+        owner = objects[interface_path].props[INTERFACE_IFACE]
         owner["BSSs"] = dbus.Array(list(owner["BSSs"]) + [dbus.ObjectPath(path)], signature="o")
         return dbus.ObjectPath(path)
 
@@ -214,8 +206,7 @@ def load(mock, parameters):
 
     mock.AddMethods(CONTROL_IFACE, [
         ("GetJournal", "", "a(ossgav)", get_journal),
-        ("ClearJournal", "", "", lambda self: setattr(_root, "journal", [])),
-        ("ClearFailures", "", "", lambda self: setattr(_root, "failures", [])),
+        ("Clear", "", "", clear),
         ("Fail", "ssssi", "", fail),
         ("SetObjectProperty", "ossv", "", set_object_property),
         ("AddBss", "oa{sv}", "o", add_bss),
@@ -228,26 +219,21 @@ def load(mock, parameters):
 
 # --- the test side ---
 
-SIGNATURES = [  # order matters: Boolean is an int, ObjectPath a str
-    (dbus.Boolean, "b"), (dbus.Byte, "y"), (dbus.Int16, "n"), (dbus.UInt16, "q"),
-    (dbus.Int32, "i"), (dbus.UInt32, "u"), (dbus.Int64, "x"), (dbus.UInt64, "t"),
-    (dbus.Double, "d"), (dbus.ObjectPath, "o"), (dbus.Signature, "g"), (dbus.String, "s"),
-    (dbus.ByteArray, "ay"),
-]
+SIGNATURES = {dbus.Boolean: "b", dbus.Byte: "y", dbus.Int16: "n", dbus.UInt16: "q",
+              dbus.Int32: "i", dbus.UInt32: "u", dbus.Int64: "x", dbus.UInt64: "t",
+              dbus.Double: "d", dbus.ObjectPath: "o", dbus.Signature: "g", dbus.String: "s",
+              dbus.ByteArray: "ay"}
 
 
 def signature_of(value):
     """The D-Bus signature of a value as dbus-python received it."""
-    for kind, signature in SIGNATURES:
-        if isinstance(value, kind):
-            return signature
     if isinstance(value, dbus.Dictionary):
         return "a{" + (value.signature or "sv") + "}"
     if isinstance(value, dbus.Array):
         return "a" + (value.signature or "v")
     if isinstance(value, dbus.Struct):
         return "(" + "".join(signature_of(v) for v in value) + ")"
-    raise TypeError(f"not a D-Bus value: {value!r}")
+    return SIGNATURES[type(value)]
 
 
 def plain(value):
@@ -277,14 +263,15 @@ Call.typed = lambda self: [typed(a) for a in self.args]
 class SupplicantDouble:
     """The double on a Player's system bus; a context manager that stops it."""
 
-    def __init__(self, player, interfaces=(), name="supplicant-double", timeout=20.0):
+    def __init__(self, player, interfaces=()):
         from player.sandbox import PYTHON  # pylint: disable=import-outside-toplevel
         address = f"unix:path=/proc/{player._require_pid()}/root/run/dbus/system_bus_socket"
         self.bus = dbus.bus.BusConnection(address)
         self.daemon = player.start_daemon(
-            name, [PYTHON, "-m", "dbusmock", "--system", "--template", os.path.abspath(__file__),
-                   "--parameters", json.dumps({"interfaces": list(interfaces)})],
-            ready=lambda _: self.bus.name_has_owner(BUS_NAME), timeout=timeout)
+            "supplicant-double",
+            [PYTHON, "-m", "dbusmock", "--system", "--template", os.path.abspath(__file__),
+             "--parameters", json.dumps({"interfaces": list(interfaces)})],
+            ready=lambda _: self.bus.name_has_owner(BUS_NAME), timeout=20.0)
         self.control = dbus.Interface(self.bus.get_object(BUS_NAME, MAIN_OBJ), CONTROL_IFACE)
 
     def __enter__(self):
@@ -314,11 +301,9 @@ class SupplicantDouble:
     def members(self):
         return [c.member for c in self.calls()]
 
-    def clear_calls(self):
-        self.control.ClearJournal()
-
-    def clear_failures(self):
-        self.control.ClearFailures()
+    def clear(self):
+        """Forgets the recorded calls and the failures still to come."""
+        self.control.Clear()
 
     def fail(self, member, error_name, message="injected", path="", count=1):
         """The next count calls of member (on path, or any object; count -1:
