@@ -107,10 +107,11 @@ def written(lines):
 def snapshot(player):
     """What a run could change: processes, files, links, addresses, routes,
     rules, forwarding, host name, LED triggers. Not /run/lock, where reading
-    the boot environment leaves its (empty) lock file."""
+    the boot environment leaves its (empty) lock file, nor /tmp, which is the
+    host's and changes under any other process."""
     state = player.run(["sh", "-c", """
         for p in /proc/[0-9]*; do echo "process ${p#/proc/} $(cat $p/comm 2>/dev/null)"; done
-        find /etc /var /run /tmp -path /run/player -prune -o -path /run/lock -prune \\
+        find /etc /var /run -path /run/player -prune -o -path /run/lock -prune \\
             -o -printf 'file %p %y %s %m %T@\\n'
         ip -d -o link show; ip -o addr show; ip route show; iptables-save | grep -v '^#'
         hostname; cat /proc/sys/net/ipv4/ip_forward
