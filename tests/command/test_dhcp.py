@@ -1,12 +1,11 @@
-"""The DHCP client (the real dhcpcd) and server (the real busybox udhcpd) of a
-wired port, against a far end on the lan; recording stand-ins where only the
-calls matter and for a missing program.
-
-eth1 stands for an ordinary wired port: its start runs no wired 802.1X step."""
+"""The DHCP client (the real dhcpcd) and server (the real busybox udhcpd) of a wired port,
+against a far end on the lan; recording stand-ins where only the calls matter and for a
+missing program. eth1 stands for an ordinary wired port (no wired 802.1X step)."""
 
 import re
 
 import pytest
+from conftest import dhcpcd_stuck
 
 from player import wait_for
 
@@ -28,36 +27,21 @@ def player(player):
 
 def start(player, ifname):
     result = player.linkrig(ifname, "start")
-    assert result.returncode == 0, result.stderr
-    assert "Failed" not in result.stderr
+    assert result.returncode == 0 and "Failed" not in result.stderr, result.stderr
     return result
 
 
-def processes(player, name):
-    return player.run(["pgrep", "-x", name]).stdout.split()
-
-
 def address(player, ifname, pattern):
-    text = player.run(["ip", "-4", "addr", "show", ifname], check=True).stdout
-    return re.search(pattern, text)
+    return re.search(pattern, player.run(["ip", "-4", "addr", "show", ifname]).stdout)
 
 
 def assert_stops_everything(player, ifname):
-    client = min(int(pid) for pid in processes(player, "dhcpcd"))
-    result = player.linkrig(ifname, "stop")
-    assert result.returncode == 0, result.stderr
+    client = min(player.pids("dhcpcd"))
+    assert player.linkrig(ifname, "stop").returncode == 0
     assert f"sending signal TERM to pid {client}\n" in player.kmsg()
-    # dhcpcd 9.4.1 on a loaded machine now and then catches the signal and
-    # stays in its poll loop ("pid N failed to exit"): the request is what
-    # linkrig owes, the exit is dhcpcd's.
-    def gone():
-        stuck = f"pid {client} failed to exit\n" in player.kmsg()
-        return not processes(player, "udhcpd") and (stuck or not processes(player, "dhcpcd"))
-    try:
-        wait_for(gone, timeout=20, interval=0.1, what="dhcpcd and udhcpd to end")
-    except TimeoutError:
-        left = player.run(["pgrep", "-a", "-x", "dhcpcd|udhcpd"]).stdout
-        raise AssertionError(f"still running after stop:\n{left}\nkmsg:\n{player.kmsg()}")
+    wait_for(lambda: not player.pids("udhcpd") and (
+        not player.pids("dhcpcd") or dhcpcd_stuck(player, [client])),
+        timeout=20, interval=0.1, what="dhcpcd and udhcpd to end")
 
 
 @pytest.mark.parametrize("ifname", ["eth0", "eth1"])
@@ -125,10 +109,8 @@ def test_malformed_static_configuration(player):
 @pytest.mark.player(ports=("eth0", "wlan0"))
 def test_server_on_a_wifi_vlan_needs_access_point_mode(player):
     # A VLAN of the WiFi port, as a veth of that name (this kernel has no 802.1Q).
-    player.run(["ip", "link", "add", "wlan0.7", "type", "veth", "peer", "name", "w7"], check=True)
-    for link in ("wlan0.7", "w7"):
-        player.run(["ip", "link", "set", link, "up"], check=True)
-    player.run(["ip", "addr", "add", "192.168.70.1/24", "dev", "wlan0.7"], check=True)
+    player.run(["ip", "-batch", "-"], check=True, input="link add wlan0.7 type veth peer name w7\n"
+               "link set wlan0.7 up\nlink set w7 up\naddr add 192.168.70.1/24 dev wlan0.7\n")
     player.start_registry({".omba": {"hn": "player"}, ".net.wlan0.7": {
         "ip": "c0a84601", "nm": "ffffff00", "dh": "c0a84664:c0a8466e"}})
     player.replace_program("/sbin/dhcpcd")

@@ -1,13 +1,13 @@
-"""Runs that overlap, as boot scripts and hot-plug events start them: runs of
-one interface take turns, so that they end as the same runs one after the
-other would, with the real dhcpcd; runs of unrelated interfaces do not wait
-for each other."""
+"""Overlapping runs, as boot scripts and hot-plug events start them, with the real dhcpcd:
+runs of one interface take turns, runs of unrelated interfaces do not wait for each other."""
 
 import os
 import threading
 import time
+from concurrent.futures import ThreadPoolExecutor
 
 import pytest
+from conftest import dhcpcd_stuck
 
 from player import wait_for
 
@@ -20,48 +20,30 @@ WAITING = "linkrig: waiting for another run to release /var/run/linkrig-eth0.loc
 
 def at_once(player, *runs):
     """Starts the runs together; returns their results in order."""
-    results = [None] * len(runs)
     barrier = threading.Barrier(len(runs))
 
-    def one(index, args):
+    def one(args):
         barrier.wait()
-        results[index] = player.linkrig(*args)
-
-    threads = [threading.Thread(target=one, args=(i, args)) for i, args in enumerate(runs)]
-    for thread in threads:
-        thread.start()
-    for thread in threads:
-        thread.join()
-    return results
-
-
-def clients(player):
-    return player.dhcp_clients("eth0")
-
-
-def client_state(player):
-    """What dhcpcd left behind, for a failure to show."""
-    return player.run(["sh", "-c", "ls -l /run/dhcpcd; cat /run/dhcpcd/eth0.pid;"
-                       " ps -eo pid,ppid,stat,args | grep [d]hcpcd"]).stdout
+        return player.linkrig(*args)
+    with ThreadPoolExecutor(len(runs)) as pool:
+        return list(pool.map(one, runs))
 
 
 def settled(player, count):
     """dhcpcd's clients of eth0 once it has settled on count of them."""
     try:
-        wait_for(lambda: len(clients(player)) == count, timeout=15, interval=0.1,
+        wait_for(lambda: len(player.dhcp_clients("eth0")) == count, timeout=15, interval=0.1,
                  what=f"{count} dhcpcd for eth0")
     except TimeoutError as timeout:
-        # dhcpcd 9.4.1 on a loaded machine now and then catches the signal of
-        # "dhcpcd -x" and stays in its poll loop ("pid N failed to exit"): the
-        # request is what linkrig owes, the exit is dhcpcd's. Such a client is
-        # put away, so that the next round starts clean.
-        left, log = clients(player), player.kmsg()
-        if count or not left or any(f"pid {pid} failed to exit\n" not in log for pid in left):
-            raise AssertionError(f"{timeout}; found:\n{client_state(player)}") from None
-        player.run(["kill", "-KILL"] + [str(pid) for pid in left])
-        wait_for(lambda: not clients(player), what="the stuck dhcpcd to go")
+        left = player.dhcp_clients("eth0")
+        if count or not left or not dhcpcd_stuck(player, left):
+            state = player.run(["sh", "-c", "ls -l /run/dhcpcd; cat /run/dhcpcd/eth0.pid;"
+                                " ps -eo pid,ppid,stat,args | grep [d]hcpcd"]).stdout
+            raise AssertionError(f"{timeout}; found:\n{state}") from None
+        player.run(["kill", "-KILL"] + [str(pid) for pid in left])  # the next round starts clean
+        wait_for(lambda: not player.dhcp_clients("eth0"), what="the stuck dhcpcd to go")
     time.sleep(0.5)  # a late extra one would show now
-    return clients(player)
+    return player.dhcp_clients("eth0")
 
 
 @pytest.fixture
@@ -87,7 +69,7 @@ def test_storm_ending_with_a_stop_leaves_none(player):
     for _ in range(ROUNDS):
         results = at_once(player, *[("eth0", "start"), ("eth0", "stop")] * 3)
         assert all(r.returncode == 0 for r in results), [r.stderr for r in results]
-        assert len(clients(player)) <= 1
+        assert len(player.dhcp_clients("eth0")) <= 1
         assert player.linkrig("eth0", "stop").returncode == 0
         settled(player, 0)
 

@@ -1,9 +1,8 @@
-"""linkrig-plan beside the run it predicts: in each case the plan comes first
-and must leave the player as it found it, then the real run goes against
-recording stand-ins (and a supplicant double for wlan0), and the programs,
-argument vectors, files and messages must be the ones the plan printed; no
-stored secret may appear in the plan."""
+"""linkrig-plan beside the run it predicts: the plan must leave the player as it found it
+and print no stored secret; the real run, against recording stand-ins (and a supplicant
+double for wlan0), must run the programs and write the files the plan printed."""
 
+import contextlib
 import os
 import re
 import shlex
@@ -21,51 +20,36 @@ pytestmark = [pytest.mark.usefixtures("linkrig_binary"),
 # The programs as linkrig names them, and the files the stand-ins go over.
 STAND_INS = {"/sbin/dhcpcd": "/sbin/dhcpcd", "/sbin/udhcpd": "/sbin/udhcpd",
              "tc": "/usr/sbin/tc", "/sbin/iptables": "/sbin/iptables", "/sbin/pppd": "/sbin/pppd"}
-PSK = "air-Pass 42"
-DIAL_PASSWORD = "dial-Secret 7"
+PSK, DIAL_PASSWORD = "air-Pass 42", "dial-Secret 7"
 # The supplicant calls that change something.
 CHANGES = {"AddNetwork", "RemoveNetwork", "RemoveAllNetworks", "SelectNetwork", "AddBlob",
            "RemoveBlob", "Scan", "CreateInterface", "Set"}
+WIRED = {".net.eth1": {"ip": "c0a83c01", "nm": "ffffff00", "gw": "c0a83c02",
+                       "dh": "c0a83c64:c0a83c6e", "dhgw": "c0a83c01", "ir": "f4240"}}
+AP = {"wi": "Player AP", "wm": "1", "wf": "2412", "wp": obfuscated(PSK), "ip": "c0a84e01",
+      "nm": "ffffff00", "dh": "c0a84e64:c0a84e6e"}
+DIAL = {".omba2": {"dn": "0,555", "du": "me", "dp": DIAL_PASSWORD}}
 
 
-def wired_static(pki):
-    return {".net.eth1": {"ip": "c0a83c01", "nm": "ffffff00", "gw": "c0a83c02",
-                          "dh": "c0a83c64:c0a83c6e", "dhgw": "c0a83c01", "ir": "f4240"}}, []
+def eap_tls(pki):
+    settings = eap_tls_settings(pki)
+    return {".omba1": dict(wi="Office", **settings)}, [PASSPHRASE, settings["wp"], settings["wk"]]
 
 
 # name: (interface, action, settings and secrets, what the player needs first)
 CASES = {
-    "wired-static-start": ("eth1", "start", wired_static, "eth1-address"),
-    "wired-static-stop": ("eth1", "stop", wired_static, "eth1-address"),
+    "wired-static-start": ("eth1", "start", lambda pki: (WIRED, []), "eth1-address"),
+    "wired-static-stop": ("eth1", "stop", lambda pki: (WIRED, []), "eth1-address"),
     "wired-dhcp-start": ("eth1", "start", lambda pki: ({}, []), None),
-    "host-start": ("host", "start",
-                   lambda pki: ({".omba": {"forwarding": "2", "hn": "planned"}}, []),
-                   "default-route"),
-    "dial-up-start": ("ppp0", "start",
-                      lambda pki: ({".omba2": {"dn": "0,555", "du": "me",
-                                               "dp": DIAL_PASSWORD}}, [DIAL_PASSWORD]),
-                      "modem"),
-    "wpa-psk-start": ("wlan0", "start",
-                      lambda pki: ({".omba1": {"wi": "Home", "wp": obfuscated(PSK)}},
-                                   [PSK, obfuscated(PSK)]),
-                      "supplicant"),
-    "access-point-start": ("wlan0", "start",
-                           lambda pki: ({".omba1": {"wi": "Player AP", "wm": "1", "wf": "2412",
-                                                    "wp": obfuscated(PSK), "ip": "c0a84e01",
-                                                    "nm": "ffffff00",
-                                                    "dh": "c0a84e64:c0a84e6e"}},
-                                        [PSK, obfuscated(PSK)]),
+    "host-start": ("host", "start", lambda pki: ({".omba": {"forwarding": "2", "hn": "planned"}},
+                                                 []), "default-route"),
+    "dial-up-start": ("ppp0", "start", lambda pki: (DIAL, [DIAL_PASSWORD]), "modem"),
+    "wpa-psk-start": ("wlan0", "start", lambda pki: (
+        {".omba1": {"wi": "Home", "wp": obfuscated(PSK)}}, [PSK, obfuscated(PSK)]), "supplicant"),
+    "access-point-start": ("wlan0", "start", lambda pki: ({".omba1": AP}, [PSK, obfuscated(PSK)]),
                            "supplicant"),
-    "eap-tls-start": ("wlan0", "start",
-                      lambda pki: ({".omba1": dict(wi="Office", **eap_tls_settings(pki))},
-                                   [PASSPHRASE, eap_tls_settings(pki)["wp"],
-                                    eap_tls_settings(pki)["wk"]]),
-                      "supplicant"),
+    "eap-tls-start": ("wlan0", "start", eap_tls, "supplicant"),
 }
-
-
-def plan_path():
-    return os.path.join(os.path.dirname(linkrig_path()), "linkrig-plan")
 
 
 def unquote(text):
@@ -74,10 +58,6 @@ def unquote(text):
                   lambda m: {"n": "\n", "t": "\t"}.get(m[1], chr(int(m[1][1:], 16))
                                                         if m[1][0] == "x" else m[1]),
                   text[1:-1])
-
-
-def effects(stdout):
-    return [line for line in stdout.splitlines() if not line.startswith("#")]
 
 
 def runs(lines):
@@ -96,24 +76,19 @@ def runs(lines):
 
 def written(lines):
     """{path: (mode, text)} of the files created, the last text of each."""
-    found = {}
-    for line in lines:
-        match = re.fullmatch(r'write (\S+) \(mode (\d+)\) (".*")', line)
-        if match:
-            found[match[1]] = (match[2], unquote(match[3]))
-    return found
+    matches = (re.fullmatch(r'write (\S+) \(mode (\d+)\) (".*")', line) for line in lines)
+    return {m[1]: (m[2], unquote(m[3])) for m in matches if m}
 
 
 def snapshot(player):
-    """What a run could change: processes, files, links, addresses, routes,
-    rules, forwarding, host name, LED triggers. Not /run/lock, where reading
-    the boot environment leaves its (empty) lock file, nor /tmp, which is the
-    host's and changes under any other process."""
+    """What a run could change; not the IPv6 link-local addresses the kernel adds when it
+    will, nor /run/lock (reading the boot environment leaves its lock file there), nor /tmp,
+    the host's, which any other process changes."""
     state = player.run(["sh", "-c", """
         for p in /proc/[0-9]*; do echo "process ${p#/proc/} $(cat $p/comm 2>/dev/null)"; done
         find /etc /var /run -path /run/player -prune -o -path /run/lock -prune \\
             -o -printf 'file %p %y %s %m %T@\\n'
-        ip -d -o link show; ip -o addr show; ip route show; iptables-save | grep -v '^#'
+        ip -d -o link show; ip -4 -o addr show; ip route show; iptables-save | grep -v '^#'
         hostname; cat /proc/sys/net/ipv4/ip_forward
         grep -H . /sys/class/leds/*/trigger
     """]).stdout.splitlines()
@@ -126,8 +101,7 @@ def snapshot(player):
 def prepare(player, need, settings):
     player.start_registry(settings)
     player.skip_address_probing()
-    if need == "eth1-address":
-        # Already up with its address: the server starts without a wait.
+    if need == "eth1-address":  # already up with its address: the server starts at once
         player.run(["ip", "addr", "add", "192.168.60.1/24", "dev", "eth1"], check=True)
     elif need == "default-route":
         player.run(["ip", "addr", "add", "192.168.5.2/24", "dev", "eth0"], check=True)
@@ -143,21 +117,19 @@ def test_plan_then_the_run_it_predicts(player, pki, case):
     ifname, action, make, need = CASES[case]
     settings, secrets = make(pki)
     stand_ins = prepare(player, need, settings)
-    double = SupplicantDouble(player, interfaces=("wlan0",)) if need == "supplicant" else None
-    try:
+    with (SupplicantDouble(player, interfaces=("wlan0",)) if need == "supplicant"
+          else contextlib.nullcontext()) as double:
         before = snapshot(player)
-        plan = player.run(player.clock_guard() + [plan_path(), ifname, action])
-        after = snapshot(player)
-        assert sorted(set(after) ^ set(before)) == []
+        plan = player.run(player.clock_guard() + [
+            os.path.join(os.path.dirname(linkrig_path()), "linkrig-plan"), ifname, action])
+        assert sorted(set(snapshot(player)) ^ set(before)) == []
         assert {p: s.calls() for p, s in stand_ins.items() if s.calls()} == {}
-        if double:
-            assert not set(double.members()) & CHANGES, double.members()
-        for secret in secrets:
-            assert secret not in plan.stdout + plan.stderr
+        assert not double or not set(double.members()) & CHANGES, double.members()
+        assert [s for s in secrets if s in plan.stdout + plan.stderr] == []
 
-        predicted = effects(plan.stdout)
         assert plan.stdout.startswith(f"# linkrig-plan {ifname} {action}\n")
         assert plan.stdout.endswith(f"# exit status {plan.returncode}\n")
+        predicted = [line for line in plan.stdout.splitlines() if not line.startswith("#")]
         real = player.linkrig(ifname, action)
         assert real.returncode == plan.returncode
         assert stderr_without_time(plan) == stderr_without_time(real)
@@ -177,32 +149,24 @@ def test_plan_then_the_run_it_predicts(player, pki, case):
                                     real_text), path
         if double:
             check_supplicant(predicted, double)
-    finally:
-        if double:
-            double.__exit__(None, None, None)
 
 
 def rendered(value):
     """A property value as the plan prints it."""
     if isinstance(value, str):
         return '"' + value.replace("\\", "\\\\").replace('"', '\\"') + '"'
-    if isinstance(value, (bytes, bytearray)):
-        return "0x" + bytes(value).hex()
-    return str(value)
+    return "0x" + bytes(value).hex() if isinstance(value, (bytes, bytearray)) else str(value)
 
 
 def check_supplicant(predicted, double):
     """The networks and blobs the plan named are the ones the run added."""
-    planned = [line.split(": ", 1)[1] for line in predicted if line.startswith("supplicant wlan0: ")]
-    networks = [line for line in planned if line.startswith("add network ")]
-    added = []
-    for call in double.calls("AddNetwork"):
-        properties = plain(call.args[0])
-        added.append("add network {" + ", ".join(
-            f"{key}=" + ("<redacted>" if key in ("psk", "private_key_passwd", "password")
-                         else rendered(value))
-            for key, value in properties.items()) + "}")
-    assert sorted(networks) == sorted(added)
-    blobs = [line for line in planned if line.startswith("blob ")]
-    assert blobs == [f"blob {call.args[0]} ({len(plain(call.args[1]))} bytes)"
-                     for call in double.calls("AddBlob")]
+    planned = [line.split(": ", 1)[1] for line in predicted
+               if line.startswith("supplicant wlan0: ")]
+    added = ["add network {" + ", ".join(
+        f"{key}=" + ("<redacted>" if key in ("psk", "private_key_passwd", "password")
+                     else rendered(value)) for key, value in plain(call.args[0]).items()) + "}"
+             for call in double.calls("AddNetwork")]
+    assert sorted(line for line in planned if line.startswith("add network ")) == sorted(added)
+    assert [line for line in planned if line.startswith("blob ")] == [
+        f"blob {call.args[0]} ({len(plain(call.args[1]))} bytes)"
+        for call in double.calls("AddBlob")]
