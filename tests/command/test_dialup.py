@@ -1,6 +1,5 @@
-"""The dial-up link ppp0: chat script and peer file, pppd started detached
-and stopped through its PID file, and the modem checks, in a simulated player
-with a modem on a pseudo-terminal."""
+"""The dial-up link ppp0: chat script and peer file, pppd started detached and stopped
+through its PID file, and the modem checks, with a modem on a pseudo-terminal."""
 
 import json
 import time
@@ -57,9 +56,7 @@ def replace_pppd(p, ignore_term=False):
 
 
 def calls(p):
-    if not p.exists(CALLS):
-        return []
-    return [json.loads(line) for line in p.read_file(CALLS).splitlines()]
+    return [json.loads(line) for line in p.read_file(CALLS).splitlines()] if p.exists(CALLS) else []
 
 
 def dial_up_player(make_player, settings, modem=True):
@@ -72,8 +69,7 @@ def dial_up_player(make_player, settings, modem=True):
     return p
 
 
-# The texts of each setting are the unit tests' work: here the real files and
-# their modes.
+# The texts of each setting are the unit tests' work: here the real files and their modes.
 def test_configuration_files(make_player):
     p = dial_up_player(make_player, {"dn": "0,555*1#", "du": "me", "dp": "pw", "di": 'AT"\\Q'})
     result = p.linkrig("ppp0", "start")
@@ -81,8 +77,7 @@ def test_configuration_files(make_player):
     assert p.read_file(CHAT).split("\n") == CHAT_HEAD + [
         'OK "AT\\042\\134Q"', "OK ATDT0,555*1#", 'CONNECT ""', ""]
     assert p.read_file(PEER) == peer_text("me", "pw")
-    for path in (CHAT, PEER):
-        assert p.run(["stat", "-c", "%a", path], check=True).stdout == "600\n"
+    assert p.run(["stat", "-c", "%a", CHAT, PEER], check=True).stdout == "600\n600\n"
     wait_for(lambda: calls(p), what="pppd to start", timeout=15)
 
 
@@ -158,8 +153,7 @@ def test_unwritable_files_are_reported(make_player):
     assert calls(p) == []
 
 
-# A connected call and the link it brings are the guest's: here a busy line, and the
-# init string on its way through the real chat.
+# A busy line and the init string through the real chat (a connected call is the guest's).
 def test_real_pppd_dials_through_chat(make_player):
     p = make_player(ports=("eth0",))
     p.makedirs("/var/volatile/etc")

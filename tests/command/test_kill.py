@@ -1,5 +1,5 @@
-"""A start killed at any point, followed by one normal start, ends as a single
-clean start does: one DHCP client, the DHCP server, the LED."""
+"""A start killed at any point, followed by one normal start, ends as a single clean start
+does: one DHCP client, the DHCP server, the LED."""
 
 import signal
 
@@ -11,57 +11,37 @@ pytestmark = [pytest.mark.usefixtures("linkrig_binary"),
               pytest.mark.player(ports=("eth0",), hwvars={"VL_HWFLAGS": "0x10"})]
 
 SETTINGS = {".omba": {"ip": "c0a85a01", "nm": "ffffff00", "dh": "c0a85a64:c0a85a6e"}}
-REAL = "/run/player/dhcpcd-real"
+REAL, CALLED = "/run/player/dhcpcd-real", "/run/player/dhcpcd-called"
 # Marks its start, lets the test catch linkrig in the act, then is the real dhcpcd.
-WRAPPER = f"""#!/bin/sh
-touch /run/player/dhcpcd-called
-sleep 1
-exec {REAL} "$@"
-"""
+WRAPPER = f"#!/bin/sh\ntouch {CALLED}\nsleep 1\nexec {REAL} \"$@\"\n"
+# What shows that the run to kill has got that far.
+CAUGHT = {"waiting-for-its-lock": lambda p: p.pids("linkrig"),
+          "running-dhcpcd": lambda p: p.exists(CALLED),
+          "awaiting-the-address": lambda p: p.dhcp_clients("eth0")}
 
 
-@pytest.fixture
-def player(player, when):
+@pytest.mark.parametrize("when", CAUGHT)
+def test_killed_start_then_a_normal_one(player, when):
     player.start_registry(SETTINGS)
-    # Probing keeps the address away for seconds: long enough to catch the run
-    # waiting for it.
+    # Probing keeps the address away for seconds: long enough to catch the run waiting for it.
     if when != "awaiting-the-address":
         player.skip_address_probing()
-    player.write_file(REAL, player.read_file("/usr/sbin/dhcpcd", binary=True), mode=0o755)
-    return player
-
-
-def kill_linkrig(player):
-    for pid in player.pids("linkrig"):
-        player.run(["kill", "-KILL", str(pid)])
-
-
-def start_and_kill(player, when):
-    run = player.spawn(player.clock_guard() + [linkrig_path(), "eth0", "start"])
-    if when == "waiting-for-its-lock":
-        wait_for(lambda: player.pids("linkrig"), what="linkrig")
-    elif when == "running-dhcpcd":
-        wait_for(lambda: player.exists("/run/player/dhcpcd-called"), what="dhcpcd to be run")
-    else:  # waiting for the address before starting the DHCP server
-        wait_for(lambda: player.dhcp_clients("eth0"), timeout=10, what="a client")
-    kill_linkrig(player)
-    assert run.wait(10) in (-signal.SIGKILL, 128 + signal.SIGKILL, 1)
-
-
-@pytest.mark.parametrize("when", ["waiting-for-its-lock", "running-dhcpcd", "awaiting-the-address"])
-def test_killed_start_then_a_normal_one(player, when):
-    holder = None
     if when == "waiting-for-its-lock":
         holder = player.start_daemon("holder", ["flock", "-o", "/var/run/linkrig-eth0.lock",
                                                 "sleep", "100"])
-    if when == "running-dhcpcd":
+    elif when == "running-dhcpcd":
+        player.write_file(REAL, player.read_file("/usr/sbin/dhcpcd", binary=True), mode=0o755)
         player.write_file("/run/player/dhcpcd-wrapper", WRAPPER, mode=0o755)
         player.run(["mount", "--bind", "/run/player/dhcpcd-wrapper", "/usr/sbin/dhcpcd"],
                    check=True)
-    start_and_kill(player, when)
-    if holder:
+    run = player.spawn(player.clock_guard() + [linkrig_path(), "eth0", "start"])
+    wait_for(lambda: CAUGHT[when](player), timeout=10, what=when)
+    for pid in player.pids("linkrig"):
+        player.run(["kill", "-KILL", str(pid)])
+    assert run.wait(10) in (-signal.SIGKILL, 128 + signal.SIGKILL, 1)
+    if when == "waiting-for-its-lock":
         holder.stop()
-    if when == "running-dhcpcd":
+    elif when == "running-dhcpcd":
         player.run(["umount", "-l", "/usr/sbin/dhcpcd"], check=True)
 
     result = player.linkrig("eth0", "start")
