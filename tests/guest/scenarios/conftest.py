@@ -41,3 +41,24 @@ def wifi_player(make_player):
         player.radios = radios
         yield player
         player.close()
+
+
+@pytest.fixture
+def no_probing(player):
+    player.skip_address_probing()
+
+
+def linkrig_ok(player, ifname, action, *bad):
+    """A run that succeeds and prints none of the bad texts."""
+    result = player.linkrig(ifname, action)
+    assert result.returncode == 0 and not any(b in result.stderr for b in bad), result.stderr
+    return result
+
+
+def serve(player, peer, subnet):
+    """busybox udhcpd on the lan's peer, leasing subnet.100 to subnet.149."""
+    base = "/run/player/" + peer.replace(".", "-")
+    player.write_file(base + ".conf", f"interface {peer}\nstart {subnet}.100\nend {subnet}.149\n"
+                                      f"pidfile {base}.pid\nlease_file {base}.leases\n"
+                                      "option subnet 255.255.255.0\n")
+    player.lan.start_daemon(peer, ["busybox", "udhcpd", "-f", base + ".conf"])

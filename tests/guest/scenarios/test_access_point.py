@@ -1,12 +1,12 @@
-"""The player as a WiFi access point: linkrig makes the real wpa_supplicant
-run one on the player's simulated radio and serves addresses on it with
-udhcpd; a station on a second radio on the lan joins and takes a lease."""
+"""The player as a WiFi access point: linkrig makes the real wpa_supplicant run one on the
+simulated radio and serves addresses with udhcpd; a station on the lan joins and takes a lease."""
 
 import json
 import re
 from pathlib import Path
 
 import pytest
+from conftest import linkrig_ok
 
 from pki import obfuscated
 from player import linkrig_path
@@ -17,6 +17,7 @@ SSID = "Player AP"
 AIR = "/run/air"
 SETTINGS = {"wi": SSID, "wm": "1", "wf": "2412", "ip": "c0a84e01", "nm": "ffffff00",
             "dh": "c0a84e64:c0a84e6e"}  # 192.168.78.1/24, leases .100 to .110
+LEASE = r"lease of 192\.168\.78\.1(0\d|10) obtained from 192\.168\.78\.1,"
 SUPPLICANT = ["busctl", "--system", "--json=short", "get-property", "fi.w1.wpa_supplicant1"]
 
 
@@ -35,8 +36,7 @@ def current_network(player):
 
 
 def join_from_the_lan(player, name, passphrase):
-    """A station on air0 (its own wpa_supplicant, off the bus) joins; returns
-    what its DHCP client says."""
+    """A station on air0 (its own wpa_supplicant, off the bus) joins and takes a lease."""
     security = f'key_mgmt=WPA-PSK\n  psk="{passphrase}"' if passphrase else "key_mgmt=NONE"
     player.makedirs(AIR)
     player.write_file(f"{AIR}/{name}.conf",
@@ -49,7 +49,7 @@ def join_from_the_lan(player, name, passphrase):
     client = player.lan.run(["busybox", "udhcpc", "-i", "air0", "-f", "-q", "-n",
                              "-t", "5", "-T", "1", "-s", "/bin/true"])
     station.stop()
-    return client.stderr
+    assert re.search(LEASE, client.stderr), client.stderr
 
 
 def assert_access_point(player, passphrase):
@@ -62,31 +62,23 @@ def assert_access_point(player, passphrase):
         player.read_file("/var/run/udhcpd-wlan0.pid").strip()
 
 
-LEASE = r"lease of 192\.168\.78\.1(0\d|10) obtained from 192\.168\.78\.1,"
-
-
 def test_serves_stations_on_the_lan(wifi_player):
     player = wifi_player
     player.start_supplicant()
     player.start_registry({".omba1": SETTINGS})
-    result = player.linkrig("wlan0", "start")
-    assert result.returncode == 0, result.stderr
+    result = linkrig_ok(player, "wlan0", "start", "Failed")
     assert "Starting DHCP server for 'wlan0'\n" in result.stderr
-    assert "Failed" not in result.stderr, result.stderr
     assert_access_point(player, None)
     # The LED was set once the server ran; the supplicant reports an access point.
     assert player.led("wifi") == {"trigger": "none", "brightness": "255"}
     probe = Path(linkrig_path()).parents[2] / "tests" / "supplicant_probe"
     assert player.run([probe, "link-state", "wlan0"], check=True).stdout.strip() == "4"
 
-    lease = join_from_the_lan(player, "open-station", None)
-    assert re.search(LEASE, lease), lease
+    join_from_the_lan(player, "open-station", None)
 
     # With a passphrase stored the access point comes back with WPA-PSK.
     passphrase = "air-Pass 42"
     player.set_setting(".omba1", "wp", obfuscated(passphrase))
-    result = player.linkrig("wlan0", "reconfigure")
-    assert result.returncode == 0 and "Failed" not in result.stderr, result.stderr
+    linkrig_ok(player, "wlan0", "reconfigure", "Failed")
     assert_access_point(player, passphrase)
-    lease = join_from_the_lan(player, "psk-station", passphrase)
-    assert re.search(LEASE, lease), lease
+    join_from_the_lan(player, "psk-station", passphrase)

@@ -1,32 +1,20 @@
-"""802.1Q VLAN sub-interfaces of eth0 on a kernel that has them: the real
-dhcpcd addresses the port and each VLAN, from busybox udhcpd on the far end
-(untagged and on VLAN 12) or from a VLAN's own static settings."""
+"""802.1Q VLANs of eth0 on a kernel that has them: the real dhcpcd addresses the port and
+each VLAN, from udhcpd on the far end (untagged and on VLAN 12) or from static settings."""
 
 import json
 import os
 import re
 
 import pytest
+from conftest import linkrig_ok, serve
 
 from player import linkrig_path, wait_for
 
-pytestmark = [pytest.mark.usefixtures("linkrig_binary"),
+pytestmark = [pytest.mark.usefixtures("linkrig_binary", "no_probing"),
               pytest.mark.player(ports=("eth0",), hwvars={"VL_HWFLAGS": "0x10"})]
 
 STEADY_ON = {"trigger": "none", "brightness": "255"}
-
-
-@pytest.fixture
-def player(player):
-    player.skip_address_probing()
-    return player
-
-
-def linkrig(player, action):
-    result = player.linkrig("eth0", action)
-    assert result.returncode == 0, result.stderr
-    assert "Unable" not in result.stderr and "Failed" not in result.stderr, result.stderr
-    return result
+BAD = ("Unable", "Failed")
 
 
 def vlans(player):
@@ -69,18 +57,7 @@ def planned_links(player, action):
 
 def wait_clients(player, expected):
     # dhcpcd releases its lease before it ends.
-    try:
-        wait_for(lambda: dhcp_clients(player) == expected, timeout=20, what=f"dhcpcd on {expected}")
-    except TimeoutError:
-        raise AssertionError(f"dhcpcd runs on {dhcp_clients(player)}, expected {expected}")
-
-
-def serve(player, peer, subnet):
-    base = "/run/player/" + peer.replace(".", "-")
-    player.write_file(base + ".conf", f"interface {peer}\nstart {subnet}.100\nend {subnet}.149\n"
-                                      f"pidfile {base}.pid\nlease_file {base}.leases\n"
-                                      "option subnet 255.255.255.0\n")
-    player.lan.start_daemon(peer, ["busybox", "udhcpd", "-f", base + ".conf"])
+    wait_for(lambda: dhcp_clients(player) == expected, timeout=20, what=f"dhcpcd on {expected}")
 
 
 def test_vlans_follow_the_stored_list(player):
@@ -102,22 +79,21 @@ addr add 192.168.57.2/25 dev peer-eth0.7
     # The plan names the links the start makes, and makes none.
     assert planned_links(player, "start") == ["link up eth0", "link add eth0.12 (VLAN 12 on eth0)"]
     assert vlans(player) == {}
-    linkrig(player, "start")
+    linkrig_ok(player, "eth0", "start", *BAD)
     assert vlans(player) == {"eth0.12": 12}  # 12 once, 5000 out of range
-    wait_for(lambda: leased(player, "eth0", "192.168.50"), timeout=30, what="the lease of eth0")
-    wait_for(lambda: leased(player, "eth0.12", "192.168.52"), timeout=30,
-             what="the lease of eth0.12")
+    for ifname, subnet in (("eth0", "192.168.50"), ("eth0.12", "192.168.52")):
+        wait_for(lambda: leased(player, ifname, subnet), timeout=30, what=f"a lease of {ifname}")
     assert player.link_state("eth0")["up"] and player.link_state("eth0.12")["up"]
     assert dhcp_clients(player) == {"eth0", "eth0.12"}
     # The leases came after start had set the LED; update looks again.
-    linkrig(player, "update")
+    linkrig_ok(player, "eth0", "update", *BAD)
     assert player.led("ethernet") == STEADY_ON
 
     # Its stop half takes eth0.12 and both clients away.
     player.set_setting(".omba", "vlans", "7")
     assert planned_links(player, "reconfigure") == [
         "link delete eth0.12", "link up eth0", "link add eth0.7 (VLAN 7 on eth0)"]
-    linkrig(player, "reconfigure")
+    linkrig_ok(player, "eth0", "reconfigure", *BAD)
     assert vlans(player) == {"eth0.7": 7}
     wait_clients(player, {"eth0.7"})
     wait_for(lambda: addresses(player, "eth0.7"), timeout=20, what="the address of eth0.7")
@@ -127,6 +103,6 @@ addr add 192.168.57.2/25 dev peer-eth0.7
     ping = player.lan.run(["busybox", "ping", "-c", "1", "-W", "10", "192.168.57.1"])
     assert ping.returncode == 0, ping.stdout + ping.stderr
 
-    linkrig(player, "stop")
+    linkrig_ok(player, "eth0", "stop", *BAD)
     assert vlans(player) == {}
     wait_clients(player, set())

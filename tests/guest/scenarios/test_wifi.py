@@ -1,10 +1,11 @@
-"""The player as a WiFi station on a simulated radio: the real wpa_supplicant,
-driven by linkrig over D-Bus, joins hostapd on a second radio on the lan,
-dhcpcd gets its lease over the air, and the wireless LED follows."""
+"""The player as a WiFi station on a simulated radio: the real wpa_supplicant, driven by
+linkrig, joins hostapd on a second radio on the lan, dhcpcd gets its lease over the air, and
+the wireless LED follows."""
 
 import re
 
 import pytest
+from conftest import linkrig_ok, serve
 
 from pki import eap_server, eap_tls_settings, obfuscated, peap_settings, pki  # noqa: F401
 from player import wait_for
@@ -43,22 +44,6 @@ def start_access_point(player, lines):
                                    ready="AP-ENABLED")
 
 
-def serve_addresses(player):
-    player.lan.run(["ip", "addr", "add", "192.168.77.1/24", "dev", "air0"], check=True)
-    player.write_file(f"{AIR}/udhcpd.conf",
-                      "interface air0\nstart 192.168.77.100\nend 192.168.77.120\n"
-                      f"pidfile {AIR}/udhcpd.pid\nlease_file {AIR}/udhcpd.leases\n"
-                      "option subnet 255.255.255.0\n")
-    player.lan.start_daemon("air-udhcpd", ["busybox", "udhcpd", "-f", f"{AIR}/udhcpd.conf"])
-
-
-def linkrig(player, action):
-    result = player.linkrig("wlan0", action)
-    assert result.returncode == 0, result.stderr
-    assert "Failed" not in result.stderr, result.stderr
-    return result
-
-
 def wait_connected(player, supplicant):
     try:
         wait_for(lambda: "wlan0: CTRL-EVENT-CONNECTED" in supplicant.log(), DEADLINE,
@@ -78,10 +63,11 @@ def test_joins_and_gets_a_lease_over_the_air(wifi_player, pki, kind):
     player = wifi_player
     ap_lines, settings = KINDS[kind]
     access_point = start_access_point(player, ap_lines(pki, player.lan))
-    serve_addresses(player)
+    player.lan.run(["ip", "addr", "add", "192.168.77.1/24", "dev", "air0"], check=True)
+    serve(player, "air0", "192.168.77")
     supplicant = player.start_supplicant()
     player.start_registry({".omba1": dict(wi=SSID, **settings(pki))})
-    linkrig(player, "start")
+    linkrig_ok(player, "wlan0", "start", "Failed")
     wait_connected(player, supplicant)
     wait_for(lambda: any(a.startswith("192.168.77.1") for a in addresses(player)), DEADLINE,
              interval=0.1, what="a lease over the air")
@@ -95,7 +81,7 @@ def test_joins_and_gets_a_lease_over_the_air(wifi_player, pki, kind):
         assert f"EAPOL-4WAY-HS-COMPLETED {station}" in log, log
     if kind in ("eap-tls", "peap"):
         assert f"CTRL-EVENT-EAP-SUCCESS {station}" in log, log
-    linkrig(player, "update")
+    linkrig_ok(player, "wlan0", "update", "Failed")
     assert player.led("wifi") == STEADY_ON
 
 
@@ -104,15 +90,15 @@ def test_led_blinks_until_associated_and_addressed(wifi_player):
     start_access_point(player, [])  # no DHCP server behind it
     supplicant = player.start_supplicant()
     player.start_registry({".omba1": {"wi": "Nobody Here"}})
-    linkrig(player, "start")
-    linkrig(player, "update")
+    linkrig_ok(player, "wlan0", "start", "Failed")
+    linkrig_ok(player, "wlan0", "update", "Failed")
     assert player.supplicant_state("wlan0") in ("scanning", "disconnected", "inactive")
     assert player.led("wifi") == blinking(100)
     assert "Not connected" in player.run(["iw", "dev", "wlan0", "link"], check=True).stdout
 
     player.set_setting(".omba1", "wi", SSID)
-    linkrig(player, "reconfigure")
+    linkrig_ok(player, "wlan0", "reconfigure", "Failed")
     wait_connected(player, supplicant)
-    linkrig(player, "update")
+    linkrig_ok(player, "wlan0", "update", "Failed")
     assert player.led("wifi") == blinking(500)
     assert not [a for a in addresses(player) if not a.startswith("169.254.")]
