@@ -92,7 +92,8 @@ def test_missing_programs_give_exit_code_127(player):
     # The stop before the start fails too, silently.
     assert result.returncode == 0
     assert result.stderr.count("linkrig: Failed to spawn dhcpcd: 127\n") == 1
-    assert "Starting DHCP server for 'eth1'\nlinkrig: Failed to spawn udhcpd: 127\n" in result.stderr
+    assert "Starting DHCP server for 'eth1'\nlinkrig: Failed to spawn udhcpd: 127\n" \
+        in result.stderr
     assert "SpawnProcess child '/sbin/dhcpcd' failed: exec: No such file or directory\n" \
         in player.kmsg()
 

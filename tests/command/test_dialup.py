@@ -18,18 +18,13 @@ STAND_IN = "/run/player/pppd-stand-in"
 # Stays like pppd with nodetach, and records how it was started.
 STAND_IN_SCRIPT = """#!/usr/bin/python3 -I
 import json, os, signal, sys
-fds = {}
-for fd in range(64):
-    try:
-        fds[fd] = os.readlink(f"/proc/self/fd/{fd}")
-    except OSError:
-        pass
-with open("/proc/self/status") as f:
-    blocked = [l.split()[1] for l in f if l.startswith("SigBlk:")][0]
+fds = {fd: os.readlink(f"/proc/self/fd/{fd}") for fd in range(64)
+       if os.path.lexists(f"/proc/self/fd/{fd}")}
+blocked = open("/proc/self/status").read().split("SigBlk:")[1].split()[0]
 with open(%(calls)r, "a") as f:
     f.write(json.dumps({"pid": os.getpid(), "argv": sys.argv, "fds": fds,
                         "blocked": blocked}) + "\\n")
-if %(ignore_term)r:
+if os.path.exists(%(calls)r + "-ignore-term"):
     signal.signal(signal.SIGTERM, signal.SIG_IGN)
 while True:
     signal.pause()
@@ -38,21 +33,12 @@ CHAT_HEAD = ['ABORT BUSY', 'ABORT VOICE', 'ABORT "NO CARRIER"', 'ABORT "NO DIALT
              'ABORT "NO DIAL TONE"', 'ABORT "ERROR"', '"" ATZ']
 
 
-def peer_text(user, password):
-    return "".join(line + "\n" for line in [
-        "/dev/modem", "115200",
-        'connect "/sbin/chat -s 2>/dev/kmsg -v -f /var/volatile/etc/ppp-chatscript"',
-        "noipdefault", "usepeerdns", "noauth", f"user '{user}'", f"password '{password}'",
-        "nodetach", "unit 0", "logfile /dev/kmsg", "linkname peer", "lock", "persist",
-        "holdoff 15", "maxfail 0", "ipparam 0"])
-
-
-def replace_pppd(p, ignore_term=False):
-    """Puts a recording stand-in over /sbin/pppd (a link to /usr/sbin, where
-    pppd is a plain file, so a bind mount onto it replaces nothing else)."""
-    p.write_file(STAND_IN, STAND_IN_SCRIPT % {"calls": CALLS, "ignore_term": ignore_term},
-                 mode=0o755)
-    p.run(["mount", "--bind", STAND_IN, "/usr/sbin/pppd"], check=True)
+PEER_TEXT = "".join(line + "\n" for line in [
+    "/dev/modem", "115200",
+    'connect "/sbin/chat -s 2>/dev/kmsg -v -f /var/volatile/etc/ppp-chatscript"',
+    "noipdefault", "usepeerdns", "noauth", "user 'me'", "password 'pw'", "nodetach", "unit 0",
+    "logfile /dev/kmsg", "linkname peer", "lock", "persist", "holdoff 15", "maxfail 0",
+    "ipparam 0"])
 
 
 def calls(p):
@@ -65,7 +51,9 @@ def dial_up_player(make_player, settings, modem=True):
     p.start_registry({".omba2": settings})
     if modem:
         p.start_modem()
-    replace_pppd(p)
+    # /sbin/pppd links to /usr/sbin, where pppd is a plain file: a bind mount replaces it alone.
+    p.write_file(STAND_IN, STAND_IN_SCRIPT % {"calls": CALLS}, mode=0o755)
+    p.run(["mount", "--bind", STAND_IN, "/usr/sbin/pppd"], check=True)
     return p
 
 
@@ -76,45 +64,44 @@ def test_configuration_files(make_player):
     assert (result.returncode, result.stderr) == (0, "linkrig: ppp0 start\n")
     assert p.read_file(CHAT).split("\n") == CHAT_HEAD + [
         'OK "AT\\042\\134Q"', "OK ATDT0,555*1#", 'CONNECT ""', ""]
-    assert p.read_file(PEER) == peer_text("me", "pw")
+    assert p.read_file(PEER) == PEER_TEXT
     assert p.run(["stat", "-c", "%a", CHAT, PEER], check=True).stdout == "600\n600\n"
     wait_for(lambda: calls(p), what="pppd to start", timeout=15)
 
 
-def test_start_detaches_and_start_again_replaces(make_player):
+def replaced_by(p, count):
+    """Waits for the count-th pppd to be the only one, named by the PID file."""
+    latest = wait_for(lambda: calls(p)[count - 1:], what="another pppd", timeout=15)[0]
+    assert p.read_file(PID_FILE) == str(latest["pid"])
+    wait_for(lambda: p.pids("pppd") == [latest["pid"]], what="only the new pppd", timeout=15)
+
+
+# Each action that starts pppd first stops the one of the PID file, harder if it ignores TERM.
+def test_start_detaches_and_each_start_replaces(make_player):
     p = dial_up_player(make_player, {"dn": "1"})
+    p.write_file(CALLS + "-ignore-term", "")  # the first pppd ignores SIGTERM
     # linkrig with one more inherited descriptor, which pppd must not get.
-    started = p.run(["sh", "-c", 'exec "$0" ppp0 start 7</dev/null', linkrig_path()])
-    assert started.returncode == 0
+    assert p.run(["sh", "-c", 'exec "$0" ppp0 start 7</dev/null', linkrig_path()]).returncode == 0
     first = wait_for(lambda: calls(p), what="pppd to start", timeout=15)[0]
     assert first["argv"] == ["/sbin/pppd", "call", "peer"]
     assert first["fds"] == {"0": "/dev/kmsg", "1": "/dev/kmsg", "2": "/dev/kmsg"}
     assert int(first["blocked"], 16) == 0  # linkrig itself blocks SIGHUP
     assert p.read_file(PID_FILE) == str(first["pid"])
     assert p.pids("pppd") == [first["pid"]]  # outlives linkrig
+    p.remove_file(CALLS + "-ignore-term")
 
+    started = time.monotonic()
+    result = p.linkrig("ppp0", "reconfigure")
+    assert time.monotonic() - started >= 5.0
+    assert f"PID {first['pid']} didn't exit from signal 15. Trying harder.\n" in result.stderr
+    assert result.returncode == 0
+    replaced_by(p, 2)
     assert p.linkrig("ppp0", "init").returncode == 0
-    second = wait_for(lambda: calls(p)[1:], what="second pppd", timeout=15)[0]
-    assert p.read_file(PID_FILE) == str(second["pid"])
-    wait_for(lambda: p.pids("pppd") == [second["pid"]], what="only the new pppd", timeout=15)
+    replaced_by(p, 3)
 
     result = p.linkrig("ppp0", "stop")
     assert (result.returncode, result.stderr) == (0, "linkrig: ppp0 stop\n")
     assert p.pids("pppd") == [] and not p.exists(PID_FILE)
-
-
-def test_stop_kills_pppd_that_ignores_sigterm(make_player):
-    p = dial_up_player(make_player, {"dn": "1"})
-    replace_pppd(p, ignore_term=True)
-    assert p.linkrig("ppp0", "start").returncode == 0
-    pid = wait_for(lambda: calls(p), what="pppd to start", timeout=15)[0]["pid"]
-    started = time.monotonic()
-    result = p.linkrig("ppp0", "reconfigure")
-    assert time.monotonic() - started >= 5.0
-    assert f"PID {pid} didn't exit from signal 15. Trying harder.\n" in result.stderr
-    assert result.returncode == 0
-    assert pid not in p.pids("pppd")
-    wait_for(lambda: len(calls(p)) == 2, what="pppd to start again", timeout=15)
 
 
 def test_pid_file_of_another_program_stops_nothing(make_player):

@@ -8,28 +8,21 @@ from conftest import echo, stderr_without_time
 pytestmark = pytest.mark.usefixtures("linkrig_binary")
 
 
-@pytest.mark.parametrize("action", ["start", "reconfigure"])
-def test_sets_kernel_and_avahi_names(player, action):
+@pytest.mark.parametrize("action, hwvars, stored, expected", [
+    ("start", {}, "lobby-screen", "lobby-screen"),
+    ("reconfigure", {}, "lobby-screen", "lobby-screen"),
+    ("start", {"VL_HWFLAGS": "0x10"}, "", "Velmora-"),  # an empty name: the serial's
+    ("start", {"VL_HWFLAGS": "0x10", "VL_FORMAT": "1", "VL_SERIAL": "SN0042"}, "",
+     "Velmora-SN0042"),
+])
+def test_sets_kernel_and_avahi_names(make_player, action, hwvars, stored, expected):
+    player = make_player(hwvars=hwvars)
     avahi = player.start_avahi()
-    player.start_registry({".omba": {"hn": "lobby-screen"}})
+    player.start_registry({".omba": {"hn": stored}})
     result = player.linkrig("host", action)
     assert (result.returncode, stderr_without_time(result)) == (0, echo("host", action))
-    assert player.hostname() == "lobby-screen"
-    assert player.avahi_host_name() == "lobby-screen"
-    assert "Changing host name to 'lobby-screen'." in avahi.log()
-
-
-@pytest.mark.parametrize("hwvars, expected", [
-    ({"VL_HWFLAGS": "0x10"}, "Velmora-"),
-    ({"VL_HWFLAGS": "0x10", "VL_FORMAT": "1", "VL_SERIAL": "SN0042"}, "Velmora-SN0042"),
-])
-def test_empty_name_defaults_to_the_serial(make_player, hwvars, expected):
-    player = make_player(hwvars=hwvars)
-    player.start_avahi()
-    player.start_registry({".omba": {"hn": ""}})
-    assert player.linkrig("host", "start").returncode == 0
-    assert player.hostname() == expected
-    assert player.avahi_host_name() == expected
+    assert (player.hostname(), player.avahi_host_name()) == (expected, expected)
+    assert f"Changing host name to '{expected}'." in avahi.log()
 
 
 # Avahi announces "player" from the start; it compares names ignoring case.

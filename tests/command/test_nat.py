@@ -1,6 +1,8 @@
 """IPv4 forwarding and NAT masquerading with the real iptables, in the
 player's own network namespace (its own nat table and forwarding switch)."""
 
+from pathlib import Path
+
 import pytest
 from conftest import echo, ip_forward, stderr_without_time
 
@@ -25,11 +27,9 @@ def add_default_route(player, ifname, subnet, metric=0):
 @pytest.fixture
 def host_ip_forward():
     """The host's forwarding switch must come through untouched."""
-    with open("/proc/sys/net/ipv4/ip_forward") as f:
-        before = f.read()
+    before = Path("/proc/sys/net/ipv4/ip_forward").read_text()
     yield
-    with open("/proc/sys/net/ipv4/ip_forward") as f:
-        assert f.read() == before
+    assert Path("/proc/sys/net/ipv4/ip_forward").read_text() == before
 
 
 def test_update_masquerades_once(player, host_ip_forward):

@@ -40,4 +40,5 @@ def test_vlan_list(player, vlans, failures, parent_up):
 def test_unknown_interface(player):
     prepare(player, "")
     result = player.linkrig("eth7", "stop")
-    assert (result.returncode, result.stderr) == (2, "linkrig: eth7 stop\nlinkrig: EXCEPTION: Link not found\n")
+    assert (result.returncode, result.stderr) == (
+        2, "linkrig: eth7 stop\nlinkrig: EXCEPTION: Link not found\n")
