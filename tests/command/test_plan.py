@@ -2,6 +2,7 @@
 and print no stored secret; the real run, against recording stand-ins (and a supplicant
 double for wlan0), must run the programs and write the files the plan printed."""
 
+import codecs
 import contextlib
 import os
 import re
@@ -52,14 +53,6 @@ CASES = {
 }
 
 
-def unquote(text):
-    """The text of a "..." field of a plan line."""
-    return re.sub(r'\\(x[0-9a-f]{2}|.)',
-                  lambda m: {"n": "\n", "t": "\t"}.get(m[1], chr(int(m[1][1:], 16))
-                                                        if m[1][0] == "x" else m[1]),
-                  text[1:-1])
-
-
 def runs(lines):
     """{program: [argument vector, ...]} of the programs started or run."""
     found = {}
@@ -77,7 +70,8 @@ def runs(lines):
 def written(lines):
     """{path: (mode, text)} of the files created, the last text of each."""
     matches = (re.fullmatch(r'write (\S+) \(mode (\d+)\) (".*")', line) for line in lines)
-    return {m[1]: (m[2], unquote(m[3])) for m in matches if m}
+    # The quoting is C's: \n, \t, \", \\ and \xNN.
+    return {m[1]: (m[2], codecs.decode(m[3][1:-1], "unicode_escape")) for m in matches if m}
 
 
 def snapshot(player):

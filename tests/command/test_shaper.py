@@ -1,8 +1,5 @@
-"""Inbound bandwidth policing: the real tc in the player's network namespace (the tc
-argument vectors and a missing tc are the unit tests' work, the police action in use
-the guest's).
-
-eth1 stands for an ordinary wired port: its start runs no wireless step."""
+"""Inbound policing with the real tc (its argument vectors are the unit tests' work, the
+police action in use the guest's); eth1 is an ordinary wired port (no wireless step)."""
 
 import pytest
 
