@@ -9,8 +9,7 @@ from player.fixtures import linkrig_binary, make_player, player, pytest_configur
 
 
 def stderr_without_time(result):
-    """Standard error without the line of a network time query, which every
-    "host start" makes (no time server answers in a player)."""
+    """Standard error without the line of the network time query of every "host start"."""
     return "".join(line for line in result.stderr.splitlines(keepends=True)
                    if not line.startswith("linkrig: No network time: "))
 

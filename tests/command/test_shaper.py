@@ -15,7 +15,7 @@ def ingress(player, ifname):
     return [line for line in shown.splitlines() if line.startswith("qdisc ingress ffff:")]
 
 
-def test_real_tc_keeps_the_ingress_qdisc_when_policing_fails(player):
+def test_ingress_qdisc_through_starts_and_stops(player):
     player.start_registry({".net.eth1": {"ir": "f4240"}, ".omba": {"hn": "player"}})
     result = player.linkrig("eth1", "start")
     # This kernel has no police action: the filter fails, the qdisc stays.
@@ -28,17 +28,8 @@ def test_real_tc_keeps_the_ingress_qdisc_when_policing_fails(player):
     result = player.linkrig("eth1", "start")
     assert result.stderr.endswith(ADDING.format("eth1") + FAILED.format("eth1", "qdisc", 2))
 
-    result = player.linkrig("eth1", "stop")
-    assert (result.returncode, result.stderr.endswith(REMOVING.format("eth1"))) == (0, True)
-    assert ingress(player, "eth1") == []
-
-
-def test_stop_removes_an_ingress_qdisc_and_ignores_its_absence(player):
-    player.start_registry({".omba": {"hn": "player"}})
-    player.run(["tc", "qdisc", "add", "dev", "eth0", "handle", "ffff:", "ingress"], check=True)
-    for _ in range(2):
-        result = player.linkrig("eth0", "stop")
+    for _ in range(2):  # the second stop finds no qdisc, and says nothing more
+        result = player.linkrig("eth1", "stop")
         assert (result.returncode, result.stderr) == (
-            0, "linkrig: eth0 stop\n" + REMOVING.format("eth0"))
-        assert ingress(player, "eth0") == []
-
+            0, "linkrig: eth1 stop\n" + REMOVING.format("eth1"))
+        assert ingress(player, "eth1") == []
