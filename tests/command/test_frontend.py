@@ -11,6 +11,11 @@ ACTIONS = ["init", "add", "remove", "start", "stop", "reconfigure", "checklink",
 REFUSED = "Ethernet is not supported on this hardware.\n"
 
 
+def outcome(player, *args):
+    result = player.linkrig(*args)
+    return result.returncode, result.stdout, result.stderr
+
+
 @pytest.mark.parametrize("hwflags", ["0x10", "0"])
 @pytest.mark.parametrize("args, stderr", [
     ((), "linkrig: too few args\n" + USAGE),
@@ -19,9 +24,7 @@ REFUSED = "Ethernet is not supported on this hardware.\n"
     (("wlan0", "checklink", "x", "y"), echo("wlan0", "checklink") + USAGE),
 ])
 def test_wrong_argument_count(make_player, hwflags, args, stderr):
-    player = make_player(hwvars={"VL_HWFLAGS": hwflags})
-    result = player.linkrig(*args)
-    assert (result.returncode, result.stdout, result.stderr) == (1, "", stderr)
+    assert outcome(make_player(hwvars={"VL_HWFLAGS": hwflags}), *args) == (1, "", stderr)
 
 
 BAD_NAMES = ["", "a/b", "..", ".", "x:y", "has space", "a" * 16, "tab\tx"]
@@ -32,25 +35,20 @@ BAD_NAMES = ["", "a/b", "..", ".", "x:y", "has space", "a" * 16, "tab\tx"]
     ("eth0", "checklink "),
 ] + [(ifname, action) for ifname in BAD_NAMES for action in ("checklink", "start")])
 def test_unknown_action_or_bad_interface_name(player, ifname, action):
-    result = player.linkrig(ifname, action)
-    expected = (1, "", echo(ifname, action) + USAGE)
-    assert (result.returncode, result.stdout, result.stderr) == expected
+    assert outcome(player, ifname, action) == (1, "", echo(ifname, action) + USAGE)
 
 
 @pytest.mark.parametrize("hwflags", ["0", "0x20", "010", "0xffffffffffffffef"])
 @pytest.mark.parametrize("action", ACTIONS + ["bogus"])
 def test_ethernet_refused_without_hardware_bit(make_player, hwflags, action):
     player = make_player(hwvars={"VL_HWFLAGS": hwflags})
-    result = player.linkrig("eth0", action)
-    assert (result.returncode, result.stdout, result.stderr) == (1, REFUSED, echo("eth0", action))
+    assert outcome(player, "eth0", action) == (1, REFUSED, echo("eth0", action))
 
 
 @pytest.mark.parametrize("hwvars", [{"VL_HWFLAGS": f} for f in ("0x10", "16", "020", "0x30")] + [
     {}, None], ids=["hex", "decimal", "octal", "more-bits", "no-variable", "no-environment"])
 def test_ethernet_accepted(make_player, hwvars):
-    player = make_player(hwvars=hwvars)
-    result = player.linkrig("eth0", "checklink")
-    assert (result.returncode, result.stdout, result.stderr) == (
+    assert outcome(make_player(hwvars=hwvars), "eth0", "checklink") == (
         0, "eth0: Link is up\n", echo("eth0", "checklink"))
 
 
@@ -59,8 +57,7 @@ def test_ethernet_accepted(make_player, hwvars):
     ("eth0", "remove"), ("host", "remove"),
 ])
 def test_actions_that_do_nothing(player, ifname, action):
-    result = player.linkrig(ifname, action)
-    assert (result.returncode, result.stdout, result.stderr) == (0, "", echo(ifname, action))
+    assert outcome(player, ifname, action) == (0, "", echo(ifname, action))
     assert player.led("ethernet") == {"trigger": "none", "brightness": "0"}
 
 
@@ -81,7 +78,5 @@ def test_checklink(make_player, ports, ifname, down, status):
     player = make_player(ports=ports)
     for side, port in (d.split() for d in down):
         (player.set_peer_link if side == "peer" else player.set_link)(port, up=False)
-    result = player.linkrig(ifname, "checklink")
     line = "" if ifname == "host" else f"{ifname}: Link is {'down' if status else 'up'}\n"
-    assert (result.returncode, result.stdout, result.stderr) == (
-        status, line, echo(ifname, "checklink"))
+    assert outcome(player, ifname, "checklink") == (status, line, echo(ifname, "checklink"))

@@ -47,6 +47,5 @@ def test_killed_start_then_a_normal_one(player, when):
     result = player.linkrig("eth0", "start")
     assert result.returncode == 0, result.stderr
     wait_for(lambda: len(player.dhcp_clients("eth0")) == 1, timeout=15, what="one client")
-    server = player.read_file("/var/run/udhcpd-eth0.pid").strip()
-    assert player.pids("udhcpd") == [int(server)]
+    assert player.pids("udhcpd") == [int(player.read_file("/var/run/udhcpd-eth0.pid"))]
     assert player.led("ethernet", timeout=10)["brightness"] == "255"
