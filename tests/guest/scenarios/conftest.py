@@ -14,13 +14,8 @@ from player.fixtures import linkrig_binary, make_player, player, pytest_configur
 from player.radios import Radios  # noqa: E402
 
 
-def in_guest():
-    with open("/proc/cmdline") as f:
-        return "linkrig.stage2=" in f.read()
-
-
 def pytest_collection_modifyitems(config, items):
-    if in_guest():
+    if "linkrig.stage2=" in Path("/proc/cmdline").read_text():  # in the guest
         return
     skip = pytest.mark.skip(reason="needs the guest kernel: run through tools/guest/run.sh")
     here = Path(__file__).parent
@@ -31,8 +26,7 @@ def pytest_collection_modifyitems(config, items):
 
 @pytest.fixture
 def wifi_player(make_player):
-    """A player whose wlan0 is a simulated radio, with a second radio as
-    "air0" on its lan (both in player.radios); the radios go with the test."""
+    """wlan0 a simulated radio, a second one "air0" on the lan (both in player.radios)."""
     with Radios(2) as radios:
         player = make_player(ports=("eth0",), hwvars={"VL_HWFLAGS": "0x10"})
         radios.give(player, 0, "wlan0")

@@ -1,7 +1,6 @@
 """The player as a WiFi access point: linkrig makes the real wpa_supplicant run one on the
 simulated radio and serves addresses with udhcpd; a station on the lan joins and takes a lease."""
 
-import json
 import re
 from pathlib import Path
 
@@ -18,21 +17,6 @@ AIR = "/run/air"
 SETTINGS = {"wi": SSID, "wm": "1", "wf": "2412", "ip": "c0a84e01", "nm": "ffffff00",
             "dh": "c0a84e64:c0a84e6e"}  # 192.168.78.1/24, leases .100 to .110
 LEASE = r"lease of 192\.168\.78\.1(0\d|10) obtained from 192\.168\.78\.1,"
-SUPPLICANT = ["busctl", "--system", "--json=short", "get-property", "fi.w1.wpa_supplicant1"]
-
-
-def current_network(player):
-    """The Properties of the supplicant's current network on wlan0."""
-    found = player.run(["busctl", "--system", "call", "fi.w1.wpa_supplicant1",
-                        "/fi/w1/wpa_supplicant1", "fi.w1.wpa_supplicant1", "GetInterface",
-                        "s", "wlan0"], check=True)
-    interface = found.stdout.split()[1].strip('"')
-    network = json.loads(player.run(SUPPLICANT + [interface, "fi.w1.wpa_supplicant1.Interface",
-                                                  "CurrentNetwork"], check=True).stdout)["data"]
-    assert network != "/", "wlan0 has no current network: no access point runs"
-    properties = json.loads(player.run(SUPPLICANT + [network, "fi.w1.wpa_supplicant1.Network",
-                                                     "Properties"], check=True).stdout)["data"]
-    return {key: value["data"] for key, value in properties.items()}
 
 
 def join_from_the_lan(player, name, passphrase):
@@ -52,10 +36,8 @@ def join_from_the_lan(player, name, passphrase):
     assert re.search(LEASE, client.stderr), client.stderr
 
 
-def assert_access_point(player, passphrase):
-    network = current_network(player)
-    assert (network["mode"], network["frequency"], network["ssid"]) == ("2", "2412", f'"{SSID}"')
-    assert network["key_mgmt"] == ("WPA-PSK" if passphrase else "NONE")
+def assert_access_point(player):
+    """The kernel's view (the key management shows in which station can join)."""
     info = player.run(["iw", "dev", "wlan0", "info"], check=True).stdout
     assert "type AP" in info and "channel 1 (2412 MHz)" in info and f"ssid {SSID}\n" in info, info
     assert player.run(["pgrep", "-x", "udhcpd"]).stdout.strip() == \
@@ -68,7 +50,7 @@ def test_serves_stations_on_the_lan(wifi_player):
     player.start_registry({".omba1": SETTINGS})
     result = linkrig_ok(player, "wlan0", "start", "Failed")
     assert "Starting DHCP server for 'wlan0'\n" in result.stderr
-    assert_access_point(player, None)
+    assert_access_point(player)
     # The LED was set once the server ran; the supplicant reports an access point.
     assert player.led("wifi") == {"trigger": "none", "brightness": "255"}
     probe = Path(linkrig_path()).parents[2] / "tests" / "supplicant_probe"
@@ -80,5 +62,5 @@ def test_serves_stations_on_the_lan(wifi_player):
     passphrase = "air-Pass 42"
     player.set_setting(".omba1", "wp", obfuscated(passphrase))
     linkrig_ok(player, "wlan0", "reconfigure", "Failed")
-    assert_access_point(player, passphrase)
+    assert_access_point(player)
     join_from_the_lan(player, "psk-station", passphrase)

@@ -32,8 +32,7 @@ def ingress_qdiscs(player):
 
 
 def police(player):
-    """The filter lines, the police action's line and the packets it has
-    dropped so far (hit counts and the action's index left out)."""
+    """The filter and police lines (less counts and index), and the packets dropped so far."""
     shown = player.run(["tc", "-s", "filter", "show", "dev", "eth0", "ingress"]).stdout
     lines = [re.sub(r"^police 0x[0-9a-f]+ | \(rule hit \d+ success \d+\)$", "", line.strip())
              for line in shown.splitlines() if line.strip().startswith(("filter", "police"))]

@@ -13,20 +13,16 @@ from player import linkrig_path, wait_for
 pytestmark = [pytest.mark.usefixtures("linkrig_binary", "no_probing"),
               pytest.mark.player(ports=("eth0",), hwvars={"VL_HWFLAGS": "0x10"})]
 
-STEADY_ON = {"trigger": "none", "brightness": "255"}
 BAD = ("Unable", "Failed")
 
 
 def vlans(player):
     """{name: VLAN id} of the VLAN links on eth0, from the kernel."""
-    links = json.loads(player.run(["ip", "-j", "-d", "link", "show"], check=True).stdout)
-    found = {}
-    for link in links:
-        info = link.get("linkinfo", {})
-        if info.get("info_kind") == "vlan":
-            assert (link["link"], info["info_data"]["protocol"]) == ("eth0", "802.1Q"), link
-            found[link["ifname"]] = info["info_data"]["id"]
-    return found
+    links = [(link["ifname"], link["link"], link["linkinfo"]["info_data"])
+             for link in json.loads(player.run(["ip", "-j", "-d", "link", "show"]).stdout)
+             if link.get("linkinfo", {}).get("info_kind") == "vlan"]
+    assert all((parent, data["protocol"]) == ("eth0", "802.1Q") for _, parent, data in links)
+    return {name: data["id"] for name, _, data in links}
 
 
 def addresses(player, ifname):
@@ -87,7 +83,7 @@ addr add 192.168.57.2/25 dev peer-eth0.7
     assert dhcp_clients(player) == {"eth0", "eth0.12"}
     # The leases came after start had set the LED; update looks again.
     linkrig_ok(player, "eth0", "update", *BAD)
-    assert player.led("ethernet") == STEADY_ON
+    assert player.led("ethernet") == {"trigger": "none", "brightness": "255"}
 
     # Its stop half takes eth0.12 and both clients away.
     player.set_setting(".omba", "vlans", "7")
@@ -96,9 +92,9 @@ addr add 192.168.57.2/25 dev peer-eth0.7
     linkrig_ok(player, "eth0", "reconfigure", *BAD)
     assert vlans(player) == {"eth0.7": 7}
     wait_clients(player, {"eth0.7"})
-    wait_for(lambda: addresses(player, "eth0.7"), timeout=20, what="the address of eth0.7")
-    assert addresses(player, "eth0.7") == [
-        "192.168.57.1/25 brd 192.168.57.127 scope global noprefixroute eth0.7"]
+    wait_for(lambda: addresses(player, "eth0.7") == [
+        "192.168.57.1/25 brd 192.168.57.127 scope global noprefixroute eth0.7"], timeout=20,
+        what="the static address of eth0.7")
     # Frames tagged 7 reach it from the far end.
     ping = player.lan.run(["busybox", "ping", "-c", "1", "-W", "10", "192.168.57.1"])
     assert ping.returncode == 0, ping.stdout + ping.stderr

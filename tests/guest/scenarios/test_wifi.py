@@ -16,7 +16,6 @@ SSID = "Lab Air"
 PSK = "air-Pass 42"
 AIR = "/run/air"
 DEADLINE = 20.0
-STEADY_ON = {"trigger": "none", "brightness": "255"}
 
 ENTERPRISE = ["wpa=2", "wpa_key_mgmt=WPA-EAP", "rsn_pairwise=CCMP", "ieee8021x=1"]
 # The access point's hostapd.conf lines and the player's stored settings.
@@ -45,17 +44,13 @@ def start_access_point(player, lines):
 
 
 def wait_connected(player, supplicant):
-    try:
-        wait_for(lambda: "wlan0: CTRL-EVENT-CONNECTED" in supplicant.log(), DEADLINE,
-                 what="wlan0 to join")
-    except TimeoutError:
-        pytest.fail(f"wlan0 {player.supplicant_state('wlan0')}:\n{supplicant.log()}")
+    wait_for(lambda: "wlan0: CTRL-EVENT-CONNECTED" in supplicant.log(), DEADLINE,
+             what="wlan0 to join")
     assert player.supplicant_state("wlan0") == "completed"
 
 
 def addresses(player):
-    text = player.run(["ip", "-4", "addr", "show", "wlan0"], check=True).stdout
-    return re.findall(r"inet (\S+)", text)
+    return re.findall(r"inet (\S+)", player.run(["ip", "-4", "addr", "show", "wlan0"]).stdout)
 
 
 @pytest.mark.parametrize("kind", sorted(KINDS))
@@ -82,7 +77,7 @@ def test_joins_and_gets_a_lease_over_the_air(wifi_player, pki, kind):
     if kind in ("eap-tls", "peap"):
         assert f"CTRL-EVENT-EAP-SUCCESS {station}" in log, log
     linkrig_ok(player, "wlan0", "update", "Failed")
-    assert player.led("wifi") == STEADY_ON
+    assert player.led("wifi") == {"trigger": "none", "brightness": "255"}
 
 
 def test_led_blinks_until_associated_and_addressed(wifi_player):
