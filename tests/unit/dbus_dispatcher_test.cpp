@@ -33,11 +33,8 @@ TEST(EnsureDBusDispatcherTest, InstancesShareOneDefaultDispatcher) {
   EXPECT_EQ(ThreadsNamed("DBusDispatcher"), 0);
 }
 
-// The thread runs until the last instance goes, which may be another
-// translation unit's at exit; so it is started in a child that then exits.
-// A thread that does not stop within the destructor's own bound aborts the
-// child, so the exit status alone tells; no clock is read here, which a
-// loaded machine would make flaky.
+// In a child, as the last instance may be another translation unit's at exit. A
+// thread that outlives the destructor's own bound aborts the child: no clock is read.
 TEST(EnsureDBusDispatcherDeathTest, DispatcherThreadStopsAtTheLastInstance) {
   EXPECT_EXIT(
       {

@@ -1,8 +1,5 @@
 #include <ctime>
-#include <map>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 #include "apps/steps/enterprise_profiles.h"
 #include "lib/platform/bus/bus_error.h"
@@ -60,23 +57,15 @@ class Enterprise : public WifiTest {
   inline static std::string s_pkcs12;
 };
 
-const PropertySet kEapTlsNetwork{{"ssid", "Corp"},
-                                 {"key_mgmt", "WPA-EAP"},
-                                 {"pairwise", "CCMP TKIP"},
-                                 {"group", "CCMP TKIP"},
-                                 {"eap", "TLS"},
-                                 {"phase1", "tls_allow_md5=1"},
-                                 {"identity", "user@example.org"},
-                                 {"disabled", 0},
-                                 {"ca_cert", "blob://ca_cert"},
-                                 {"client_cert", "blob://client_cert"},
-                                 {"private_key", "blob://private_key"},
-                                 {"private_key_passwd", kKeyPassword}};
+const PropertySet kEapTlsNetwork{
+    {"ssid", "Corp"}, {"key_mgmt", "WPA-EAP"}, {"pairwise", "CCMP TKIP"}, {"group", "CCMP TKIP"},
+    {"eap", "TLS"}, {"phase1", "tls_allow_md5=1"}, {"identity", "user@example.org"},
+    {"disabled", 0}, {"ca_cert", "blob://ca_cert"}, {"client_cert", "blob://client_cert"},
+    {"private_key", "blob://private_key"}, {"private_key_passwd", kKeyPassword}};
 
 TEST_F(Enterprise, EapTlsTakesTheIdentityFromTheCertificateAndShowsNoSecrets) {
   EXPECT_EQ(Configure(EapTls()),
-            kDefaults +
-                "wlan0: EAP-TLS Private key found, using WPA/Enterprise\n"
+            kDefaults + "wlan0: EAP-TLS Private key found, using WPA/Enterprise\n"
                 "Using identity from subjectAltName user@example.org\n"
                 "wlan0: WPA/Enterprise: (from certificate) Identity user@example.org\n");
   // The blobs are the ones a real server accepts in the command tests.
@@ -87,20 +76,16 @@ TEST_F(Enterprise, EapTlsTakesTheIdentityFromTheCertificateAndShowsNoSecrets) {
   WifiSettings debug = EapTls();
   debug.debug = true;
   char starts[64] = {};
-  const std::time_t activation = kActivation;
-  ctime_r(&activation, starts);
+  ctime_r(&kActivation, starts);
   EXPECT_EQ(Configure(debug),
-            kDefaults +
-                "wlan0: EAP-TLS Private key found, using WPA/Enterprise\n"
+            kDefaults + "wlan0: EAP-TLS Private key found, using WPA/Enterprise\n"
                 "wlan0: WPA/Enterprise: SSID Corp\n"
                 "Using identity from subjectAltName user@example.org\n"
                 "wlan0: WPA/Enterprise: (from certificate) Identity user@example.org\n"
-                "wlan0: WPA/Enterprise: client certificate starts " +
-                std::string(starts) +
+                "wlan0: WPA/Enterprise: client certificate starts " + starts +
                 "wlan0: WPA/Enterprise: CA cert is 8 bytes\n"
                 "wlan0: WPA/Enterprise: Client cert is " +
-                std::to_string(s_certificate.size()) +
-                " bytes\n"
+                std::to_string(s_certificate.size()) + " bytes\n"
                 "wlan0: WPA/Enterprise: Private key is 9 bytes\n"
                 "wlan0: WPA/Enterprise: Private key password present\n");
 }
@@ -170,8 +155,7 @@ TEST_F(Enterprise, SupplicantErrorsEndTheBuildWithoutANetwork) {
 
 TEST_F(Enterprise, PeapWithClockUnsetAllowsAnyCertificateTime) {
   EXPECT_EQ(Configure(Peap(), false),
-            kDefaults +
-                "System time not set; accepting server certificate without time check\n"
+            kDefaults + "System time not set; accepting server certificate without time check\n"
                 "wlan0: PEAP/MS-CHAPv2 Identity alice\n"
                 "wlan0: PEAP/MSCHAPv2 enabled\n");
   // The rest of the network is what real servers accept in the command and guest tests.

@@ -1,8 +1,5 @@
 #include "apps/steps/host_forwarding.h"
 
-#include <string>
-#include <vector>
-
 #include "tests/unit/step_test.h"
 
 namespace corvo::test {
@@ -12,8 +9,7 @@ const std::string kFlush = "run /sbin/iptables -t nat -F POSTROUTING";
 const Lines kNat{"forwarding off", "run /sbin/iptables -t nat -D POSTROUTING -o eth0 -j MASQUERADE",
                  "run /sbin/iptables -t nat -A POSTROUTING -o eth0 -j MASQUERADE", "forwarding on"};
 
-// The messages and the rules themselves are pinned by the command tests with
-// the real iptables.
+// The messages and the rules themselves are the command tests', with the real iptables.
 class HostForwarding : public StepTest {
  protected:
   HostForwarding() {
@@ -32,7 +28,6 @@ TEST_F(HostForwarding, NatGoesOnWhateverIptablesSays) {
 }
 
 // Only applying names the host, and does so first; resetting only flushes.
-// How each stored mode reads is the settings reader's test.
 TEST_F(HostForwarding, ResetOnlyFlushesApplyNamesTheHostFirst) {
   Store({{"forwarding", "2"}, {"hn", "lobby-screen"}});
   ConfigureHostForwarding(false, platform);

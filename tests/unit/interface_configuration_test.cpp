@@ -1,6 +1,4 @@
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 #include "apps/steps/interface_configuration.h"
 #include "tests/unit/step_test.h"
@@ -31,10 +29,7 @@ class InterfaceConfiguration : public StepTest {
   }
 };
 
-// Existing VLANs are always taken down first, each client before its link; a
-// stop starts none of the stored ones. The lists with the untagged port, a
-// tagged one alone and an unknown interface are the command and guest tests',
-// how a list reads the settings reader's.
+// Existing VLANs go first, each client before its link; a stop starts none of the stored ones.
 TEST_F(InterfaceConfiguration, StopTakesDownTheExistingVlansOnly) {
   world.vlans["eth0"] = {"eth0.12", "eth0.7"};
   Store({{"vlans", "12,0"}});

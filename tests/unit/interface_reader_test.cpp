@@ -56,10 +56,9 @@ class ReaderTest : public ::testing::Test {
   void Set(const std::string& section, const std::string& key, const std::string& value) {
     m_platform.world.Set(section, key, value);
   }
-  InterfaceReader Interface(const std::string& ifname, const std::string& serial = "SER123") {
-    return InterfaceReader(ifname, m_registry, serial);
+  InterfaceReader Interface(const std::string& ifname) {
+    return InterfaceReader(ifname, m_registry, "SER123");
   }
-  HostReader Host(const std::string& serial = "SER123") { return HostReader(m_registry, serial); }
 
   RecordingPlatform m_platform;
   Registry& m_registry = m_platform.Get().registry;
@@ -75,7 +74,7 @@ TEST_P(ReaderCaseTest, ParsesStoredValue) {
   for (std::string item; std::getline(settings, item, ';');) {
     Set(".omba", item.substr(0, item.find('=')), item.substr(item.find('=') + 1));
   }
-  EXPECT_EQ(Call(c.accessor, {Interface("eth0"), Host()}), c.expected);
+  EXPECT_EQ(Call(c.accessor, {Interface("eth0"), HostReader(m_registry, "SER123")}), c.expected);
   EXPECT_EQ(m_reads, c.reads);
 }
 
@@ -91,13 +90,7 @@ const std::string kStoulRange = "out_of_range: stoul";
 #define LIST(call) ACCESSOR(fmt::format("{}", fmt::join(r.iface.call(), ",")))
 #define IPS(call) ACCESSOR(fmt::format("{:08x}", fmt::join(r.iface.call(), ",")))
 
-// Plain values the command tests already set (a static address and netmask,
-// the DHCP server's range and router, the VLAN list, forwarding 2, MTU and
-// rate in hex, host name and client identifier from the serial) are left to
-// them; so are the values the step tests store: forwarding modes
-// (host_forwarding_test), no rate "-" (shaper_test), no client identifier "-"
-// (dhcp_test), and the errors of a channel, dial-up link parameter or VLAN list
-// that is no number (wifi_bringup_test, dialup_test, interface_configuration_test).
+// Plain values that the command tests or the step tests store are left to them.
 INSTANTIATE_TEST_SUITE_P(
     Table, ReaderCaseTest,
     ::testing::Values(
@@ -147,27 +140,18 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"MtuGarbage", "mtu=zz", NUM(Mtu), "-1"},
         Case{"VlansEmptyPieces", "vlans=,,7,, 8,-1,4095,99999999999", LIST(Vlans), "7,8,4095"},
         Case{"HostName", "hn=player", ACCESSOR(r.host.HostName()), "player"}),
-    [](const ::testing::TestParamInfo<Case>& param_info) { return param_info.param.name; });
-
-struct SectionCase {
-  std::string ifname;
-  std::string section;
-};
-
-class SectionRuleTest : public ReaderTest, public ::testing::WithParamInterface<SectionCase> {};
-
-TEST_P(SectionRuleTest, ReadsFromTheInterfaceSection) {
-  Set(GetParam().section, "wi", "found");
-  const InterfaceReader reader = Interface(GetParam().ifname);
-  EXPECT_EQ(reader.Section(), GetParam().section);
-  EXPECT_EQ(reader.InterfaceName(), GetParam().ifname);
-  EXPECT_EQ(reader.Ssid(), "found");
-}
+    [](const auto& param_info) { return param_info.param.name; });
 
 // eth0, wlan0, ppp0 and eth1 read their sections in the command tests.
-INSTANTIATE_TEST_SUITE_P(Names, SectionRuleTest,
-                         ::testing::Values(SectionCase{"eth0.12", ".net.eth0.12"},
-                                           SectionCase{"eth0 ", ".net.eth0 "}));
+TEST_F(ReaderTest, OtherInterfacesReadTheirOwnSection) {
+  for (const std::string ifname : {"eth0.12", "eth0 "}) {
+    Set(".net." + ifname, "wi", ifname);
+    const InterfaceReader reader = Interface(ifname);
+    EXPECT_EQ(reader.Section(), ".net." + ifname);
+    EXPECT_EQ(reader.InterfaceName(), ifname);
+    EXPECT_EQ(reader.Ssid(), ifname);
+  }
+}
 
 TEST_F(ReaderTest, NothingIsCached) {
   const InterfaceReader reader = Interface("wlan0");

@@ -55,8 +55,7 @@ TEST_P(DefaultGatewayTest, FindsTheInterfacesDefaultRoute) {
 #define DEFAULT(ifname, gw, flags) ROUTE(ifname, "00000000", gw, flags, "0", "00000000")
 #define SUBNET ROUTE("eth0", "0001A8C0", "00000000", "0001", "0", "00FFFFFF")
 
-// Addresses appear in network byte order, as the kernel prints them on a
-// little-endian host. A lone default route is the network time command test's.
+// Addresses in network byte order, as the kernel prints them on a little-endian host.
 INSTANTIATE_TEST_SUITE_P(
     RouteTable, DefaultGatewayTest,
     ::testing::Values(

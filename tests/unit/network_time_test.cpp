@@ -2,8 +2,6 @@
 #include <cstdint>
 #include <optional>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 #include "apps/steps/network_time.h"
 #include "lib/platform/system/real_os.h"

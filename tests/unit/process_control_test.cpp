@@ -39,8 +39,7 @@ void AwaitComm(pid_t pid, const std::string& name) {
   }
 }
 
-// Signalling, escalating to SIGKILL with its line, and the wait are pinned by
-// the dial-up command test with a pppd that ignores SIGTERM.
+// Escalating to SIGKILL is the dial-up command test's, with a pppd that ignores SIGTERM.
 TEST(KillProcessAndWaitErrorTest, MissingProcessThrows) {
   const pid_t pid = GonePid();
   testing::internal::CaptureStderr();
@@ -108,8 +107,7 @@ TEST_P(ReadPidFileTest, RefusesAllButALiveProcessOfTheName) {
   EXPECT_EQ(error, c.error);
 }
 
-// A live process of another name is the dial-up command test's case; a live
-// one of the name is found by the DHCP and dial-up command tests' stops.
+// A live process of another name, or of the name, is the command tests'.
 const char* const kNotRunning = "PID file exists but %s not running\n";
 
 INSTANTIATE_TEST_SUITE_P(

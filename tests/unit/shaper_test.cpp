@@ -1,15 +1,13 @@
 #include "apps/steps/shaper.h"
 
 #include <stdexcept>
-#include <string>
 
 #include "tests/unit/step_test.h"
 
 namespace corvo::test {
 namespace {
 
-// Adding, removing and tc's failures are run with the real tc (and a
-// recording one) by the command tests; here what never reaches tc.
+// What reaches tc is the command tests', with the real one; here what never does.
 TEST_F(StepTest, ShaperWithoutARateRunsNothing) {
   for (const char* stored : {"0", "-"}) {
     Store({{"ir", stored}});

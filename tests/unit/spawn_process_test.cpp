@@ -6,7 +6,7 @@
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
-#include <sstream>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <sys/wait.h>
@@ -22,9 +22,7 @@ using corvo::SpawnProcess;
 
 std::string ReadFile(const std::string& path) {
   std::ifstream in(path);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
+  return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 // What a forked child left: exit status, standard output and error, /dev/kmsg.
@@ -33,9 +31,7 @@ struct Outcome {
   std::string out, err, kmsg;
 };
 
-// Runs `body` in a forked child with a private mount namespace in which
-// /dev/kmsg is a plain file, so nothing reaches the host's kernel log; the
-// child's standard input holds "parent-stdin\n".
+// Runs `body` in a forked child whose /dev/kmsg is a plain file and whose input is this line.
 Outcome Isolated(const std::function<int()>& body) {
   char dir[] = "/tmp/spawn_test.XXXXXX";
   if (mkdtemp(dir) == nullptr) throw std::runtime_error("mkdtemp");
@@ -84,9 +80,7 @@ void PrintTo(const StreamCase& c, std::ostream* os) { *os << c.name; }
 class SpawnStreamsTest : public testing::TestWithParam<StreamCase> {};
 
 TEST_P(SpawnStreamsTest, ChildRunsWithTheStreamsAndGroupTheFlagsSay) {
-  if (geteuid() != 0) {
-    GTEST_SKIP() << "a private /dev/kmsg needs root";
-  }
+  if (geteuid() != 0) GTEST_SKIP() << "a private /dev/kmsg needs root";
   const StreamCase& c = GetParam();
   // Forked, because the foreground flag also moves the caller into a new group.
   const Outcome result = Isolated([&c] {
@@ -108,10 +102,7 @@ const char* const kGroup =
     "read -r _ _ _ _ pgrp sid _ < /proc/$$/stat; [ $pgrp = $$ ] && echo group; "
     "[ $sid = $$ ] && echo session; true";
 
-// Left to the command tests, which run every tool with kSystemToolFlags: a
-// program found along PATH (tc), its exit status and the exec failure's line
-// (a missing dhcpcd), the watchdog's abort and the stuck child's end (hangs).
-// A child killed by a signal: ReadPidFileTest's daemon.
+// The command tests run every tool with kSystemToolFlags, PATH, exec failures and hangs.
 INSTANTIATE_TEST_SUITE_P(
     Flags, SpawnStreamsTest,
     testing::Values(
@@ -167,12 +158,9 @@ TEST(SpawnProcessTest, ChildStartsWithTheAsyncSignalsUnblocked) {
 }
 
 TEST(SpawnProcessTest, ChangedIdentityKeepsOnlyBindService) {
-  if (geteuid() != 0) {
-    GTEST_SKIP() << "changing identity needs root";
-  }
-  SpawnProcess process("/bin/sh", {"-c",
-                                   "id -u; id -g; id -G; grep -E 'Cap(Eff|Amb)' "
-                                   "/proc/self/status"});
+  if (geteuid() != 0) GTEST_SKIP() << "changing identity needs root";
+  SpawnProcess process("/bin/sh",
+                       {"-c", "id -u; id -g; id -G; grep -E 'Cap(Eff|Amb)' /proc/self/status"});
   process.SetIdentity(65534, 65534, {65534});
   process.Execute(SpawnProcess::kNullOutput | SpawnProcess::kCaptureOutput);
   EXPECT_EQ(process.Wait(), 0);

@@ -3,12 +3,8 @@
 #include <arpa/inet.h>
 
 #include <cstring>
-#include <map>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
-#include "lib/platform/system/real_os.h"
 #include "tests/unit/step_test.h"
 
 namespace corvo::test {
@@ -30,7 +26,6 @@ InterfaceAddress Family(int family) { return InterfaceAddress{family, {}, 0, {}}
 const char kLeds[] = "/sys/class/leds/";
 
 // The LED files as the writes left them, relative to the LED's directory.
-// How each pattern is written is the LED class's own test.
 class Led : public StepTest {
  protected:
   Led() {
@@ -90,8 +85,7 @@ INSTANTIATE_TEST_SUITE_P(
                         kOn}),
     NameOf<WiredCase>);
 
-// The supplicant's states as link levels are the supplicant client's tests;
-// scanning, an associated station and one with an address the guest's scenarios.
+// Link levels of the supplicant's states are the supplicant client's and guest's tests.
 TEST_F(Led, WirelessPatternFollowsTheLinkLevel) {
   world.links.insert("wlan0");  // link alone is not enough for steady on
   const struct {
@@ -131,19 +125,6 @@ TEST_F(Led, AddressListFailuresReachTheCaller) {
     world.addresses["eth0"] = {odd};
   }
   EXPECT_TRUE(platform.Effects().empty());
-}
-
-TEST(RealAddressList, LoopbackHasItsAddresses) {
-  RealNetworkState network;
-  bool ipv4 = false;
-  for (const InterfaceAddress& entry : network.InterfaceAddresses("lo")) {
-    if (entry.family != AF_INET) continue;
-    ipv4 = true;
-    EXPECT_EQ(entry.address, (std::vector<std::uint8_t>{127, 0, 0, 1}));
-    EXPECT_EQ(entry.netmask, (std::vector<std::uint8_t>{255, 0, 0, 0}));
-  }
-  EXPECT_TRUE(ipv4);
-  EXPECT_TRUE(network.InterfaceAddresses("no-such-if0").empty());
 }
 
 }  // namespace

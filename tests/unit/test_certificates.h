@@ -1,6 +1,5 @@
 #pragma once
-// Certificates made afresh by certtool and openssl in a private directory
-// that goes away with the factory.
+// Certificates made by certtool and openssl in a directory that goes with the factory.
 
 #include <cstdlib>
 #include <ctime>
@@ -30,8 +29,6 @@ class CertificateFactory {
     std::error_code ignored;
     std::filesystem::remove_all(m_dir, ignored);
   }
-  CertificateFactory(const CertificateFactory&) = delete;
-  CertificateFactory& operator=(const CertificateFactory&) = delete;
 
   void Run(const std::string& command) {
     const std::string line = "(cd " + m_dir + " && " + command + ") >/dev/null 2>&1";
@@ -47,15 +44,12 @@ class CertificateFactory {
   // A client certificate signed by the CA, valid from kActivation, from the
   // template's lines; written as NAME.pem and NAME.der.
   void Client(const std::string& name, const std::string& lines) {
-    Write(name + ".tmpl", lines +
-                              "activation_date = \"2031-02-03 04:05:06\"\n"
-                              "expiration_date = \"2040-01-01 00:00:00\"\n");
+    Write(name + ".tmpl", lines + "activation_date = \"2031-02-03 04:05:06\"\n"
+                                  "expiration_date = \"2040-01-01 00:00:00\"\n");
     Run("certtool --generate-certificate --load-privkey client.key --load-ca-certificate ca.pem "
-        "--load-ca-privkey ca.key --template " +
-        name + ".tmpl --outfile " + name +
-        ".pem && "
-        "certtool --certificate-info --infile " +
-        name + ".pem --outder --outfile " + name + ".der");
+        "--load-ca-privkey ca.key --template " + name + ".tmpl --outfile " + name + ".pem && "
+        "certtool --certificate-info --infile " + name + ".pem --outder --outfile " + name +
+        ".der");
   }
   // The client key with certificate NAME.pem (and extra openssl options) as NAME.p12.
   std::string Pkcs12(const std::string& name, const std::string& password,

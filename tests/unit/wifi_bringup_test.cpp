@@ -1,7 +1,5 @@
 #include <cerrno>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 #include "apps/steps/wifi_bringup.h"
 #include "lib/platform/base/errno_exception.h"
@@ -41,8 +39,7 @@ class WifiBringup : public WifiTest {
   std::string error;
 };
 
-// The wireless port's failure, and the wait for a port that comes late or
-// never, are the command tests'.
+// The wireless port's failure and a port that comes late or never are the command tests'.
 TEST_F(WifiBringup, WiredJoinThatCannotStartIsReported) {
   world.supplicant_running = false;
   WiredPeap();

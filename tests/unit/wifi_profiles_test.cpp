@@ -1,6 +1,4 @@
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 #include "lib/platform/base/hex.h"
 #include "lib/platform/bus/bus_error.h"
@@ -19,20 +17,21 @@ struct StationCase {
 
 const std::string kWep = "Adding WEP WIFI network: ssid='Home'\n";
 const std::string kWpa = "Adding WPA WIFI network: ssid='Home'\n";
+const std::string k13 = "abcdefghijklm";  // fits WEP-104 and WPA
+const std::string kAll = kDefaults + kWep + kWpa;
 const std::string kHex26 = "0123456789abcdef0123456789";
 const std::string kHex64 = "00112233445566778899aabbccddeeff00112233445566778899AABBCCDDEEFF";
 
 PropertyValue Hex(const std::string& text) { return HexDecode(text); }
 
 PropertySet Wep(const PropertyValue& key) {
-  return {
-      {"scan_ssid", 1},  {"ssid", "Home"}, {"key_mgmt", "NONE"},        {"priority", 2},
-      {"wep_key0", key}, {"disabled", 0},  {"auth_alg", "SHARED OPEN"}, {"group", "WEP104 WEP40"}};
+  return {{"scan_ssid", 1}, {"ssid", "Home"}, {"key_mgmt", "NONE"}, {"priority", 2},
+          {"wep_key0", key}, {"disabled", 0}, {"auth_alg", "SHARED OPEN"},
+          {"group", "WEP104 WEP40"}};
 }
 PropertySet Wpa(const PropertyValue& psk, const std::string& ciphers = "CCMP TKIP") {
-  return {{"scan_ssid", 1},      {"ssid", "Home"},   {"key_mgmt", "WPA-PSK"},
-          {"pairwise", ciphers}, {"group", ciphers}, {"priority", 3},
-          {"psk", psk},          {"disabled", 0}};
+  return {{"scan_ssid", 1}, {"ssid", "Home"}, {"key_mgmt", "WPA-PSK"}, {"pairwise", ciphers},
+          {"group", ciphers}, {"priority", 3}, {"psk", psk}, {"disabled", 0}};
 }
 
 class StationNetworks : public WifiTest, public ::testing::WithParamInterface<StationCase> {};
@@ -51,36 +50,21 @@ TEST_P(StationNetworks, AddsEveryKindThePassphraseFits) {
   EXPECT_EQ(result.kind, c.networks.empty() ? WifiNetworkKind::kNone : WifiNetworkKind::kStation);
 }
 
+using S = StationCase;
 INSTANTIATE_TEST_SUITE_P(
     Cases, StationNetworks,
     ::testing::Values(
-        StationCase{"open", "", "", {kOpen}, kDefaults},
-        StationCase{"wep13_and_wpa",
-                    "abcdefghijklm",
-                    "",
-                    {Wep("abcdefghijklm"), Wpa("abcdefghijklm")},
-                    kDefaults + kWep + kWpa},
-        StationCase{"wep_hex26_and_wpa",
-                    kHex26,
-                    "",
-                    {Wep(Hex(kHex26)), Wpa(kHex26)},
-                    kDefaults + kWep + kWpa},
-        StationCase{"wpa_hex64", kHex64, "", {Wpa(Hex(kHex64))}, kDefaults + kWpa},
-        StationCase{"ccmp_only", "abcdefghijklm", "ccmp", {Wpa("abcdefghijklm", "CCMP")}, kWpa},
-        StationCase{"tkip_wep",
-                    "abcdefghijklm",
-                    "tkip  wep",
-                    {Wep("abcdefghijklm"), Wpa("abcdefghijklm", "TKIP")},
-                    kWep + kWpa},
-        StationCase{"wep5", "abcde", "wep", {Wep("abcde")}, kWep},
-        StationCase{"wep10_not_hex", "helloworld", "", {Wpa("helloworld")}, kDefaults + kWpa},
-        StationCase{"fits_nothing", "abc", "", {}, kDefaults},
-        StationCase{"unknown_word",
-                    "abcdefghijklm",
-                    "ccmp wpa3",
-                    {},
-                    "wlan0: Unknown wifi security option wpa3\n"
-                    "wlan0: Wifi security configuration error.\n"}),
+        S{"open", "", "", {kOpen}, kDefaults},
+        S{"wep13_and_wpa", k13, "", {Wep(k13), Wpa(k13)}, kAll},
+        S{"wep_hex26_and_wpa", kHex26, "", {Wep(Hex(kHex26)), Wpa(kHex26)}, kAll},
+        S{"wpa_hex64", kHex64, "", {Wpa(Hex(kHex64))}, kDefaults + kWpa},
+        S{"ccmp_only", k13, "ccmp", {Wpa(k13, "CCMP")}, kWpa},
+        S{"tkip_wep", k13, "tkip  wep", {Wep(k13), Wpa(k13, "TKIP")}, kWep + kWpa},
+        S{"wep5", "abcde", "wep", {Wep("abcde")}, kWep},
+        S{"wep10_not_hex", "helloworld", "", {Wpa("helloworld")}, kDefaults + kWpa},
+        S{"fits_nothing", "abc", "", {}, kDefaults},
+        S{"unknown_word", k13, "ccmp wpa3", {},
+          "wlan0: Unknown wifi security option wpa3\nwlan0: Wifi security configuration error.\n"}),
     NameOf<StationCase>);
 
 // Open and WPA-PSK access points run on a real radio in the guest's scenarios.
@@ -102,7 +86,7 @@ TEST_F(WifiTest, AccessPointTakesAHexadecimalKey) {
 
 TEST_F(WifiTest, NoNameAndNoAccessPointOnlyRemovesTheNetworks) {
   WifiSettings settings;
-  settings.passphrase = "abcdefghijklm";
+  settings.passphrase = k13;
   world.supplicant_interfaces["wlan0"].networks.push_back({{"ssid", "old"}});
   EXPECT_EQ(Build(settings), "");
   EXPECT_EQ(Calls(), Lines{"supplicant wlan0: remove all networks"});
@@ -117,7 +101,7 @@ TEST_F(WifiTest, FailuresLeaveNoNetworkBehind) {
   EXPECT_THROW(Build(settings), std::runtime_error);
   EXPECT_EQ(Calls(), Lines{"supplicant wlan0: remove all networks"});
 
-  settings.passphrase = "abcdefghijklm";
+  settings.passphrase = k13;
   int added = 0;
   platform.before_effect = [&](const std::string& effect) {
     if (effect.find("add network") != effect.npos && ++added == 2) {

@@ -1,8 +1,5 @@
 #pragma once
-// The tests of the wireless steps: a recorded supplicant that manages wlan0
-// and eth0, and the networks it was given.
-
-#include <string>
+// The wireless steps' tests: a recorded supplicant that manages wlan0 and eth0.
 
 #include "apps/steps/wifi_profiles.h"
 #include "tests/unit/step_test.h"

@@ -24,47 +24,42 @@ CertificateFactory& Certs() {
 
 struct CertificateCase {
   const char* name;
-  const char* lines;
-  const char* identity;
-  const char* log;
+  const char* alt_names;  // after the Common Name; nullptr: no name at all
+  std::string identity;
 };
 
 class CertificateIdentity : public ::testing::TestWithParam<CertificateCase> {};
 
 TEST_P(CertificateIdentity, ReadsIdentityAndActivationFromDerAndPem) {
   const CertificateCase& c = GetParam();
-  Certs().Client(c.name, c.lines);
+  Certs().Client(c.name, c.alt_names ? "cn = \"client-cn\"\n" + std::string(c.alt_names)
+                                     : "organization = \"Org\"\n");
+  const std::string expected_log =
+      c.identity.empty()           ? ""
+      : c.identity == "client-cn" ? "eth0: Using identity from Common Name client-cn\n"
+                                  : "Using identity from subjectAltName " + c.identity + "\n";
   for (const char* form : {".der", ".pem"}) {
     corvo::CertificateIdentity result;
     Log log;
     const bool read = corvo::ReadCertificateIdentity(
         "eth0", Certs().Contents(std::string(c.name) + form), result, log);
-    EXPECT_EQ(log.text, c.log) << form;
-    EXPECT_EQ(read, *c.identity != '\0') << form;
+    EXPECT_EQ(log.text, expected_log) << form;
+    EXPECT_EQ(read, !c.identity.empty()) << form;
     EXPECT_EQ(result.identity, c.identity) << form;
     EXPECT_EQ(result.activation, CertificateFactory::kActivation) << form;
   }
 }
 
-const char kCn[] = "eth0: Using identity from Common Name client-cn\n";
-
-// A mail address in PEM is also the enterprise profile tests' case; an IP
-// address alone falls back to the Common Name.
+// An IP address alone falls back to the Common Name.
+using C = CertificateCase;
 INSTANTIATE_TEST_SUITE_P(
     Names, CertificateIdentity,
-    ::testing::Values(
-        CertificateCase{"dns", "cn = \"client-cn\"\ndns_name = \"host.example.org\"\n",
-                        "host.example.org",
-                        "Using identity from subjectAltName host.example.org\n"},
-        CertificateCase{"ip_then_email",
-                        "cn = \"client-cn\"\nip_address = \"10.1.2.3\"\nemail = \"a@b.example\"\n",
-                        "a@b.example", "Using identity from subjectAltName a@b.example\n"},
-        CertificateCase{"ip_only", "cn = \"client-cn\"\nip_address = \"10.1.2.3\"\n", "client-cn",
-                        kCn},
-        CertificateCase{"no_name", "organization = \"Org\"\n", "", ""}),
-    [](const ::testing::TestParamInfo<CertificateCase>& param_info) {
-      return std::string(param_info.param.name);
-    });
+    ::testing::Values(C{"dns", "dns_name = \"host.example.org\"\n", "host.example.org"},
+                      C{"ip_then_email", "ip_address = \"10.1.2.3\"\nemail = \"a@b.example\"\n",
+                        "a@b.example"},
+                      C{"ip_only", "ip_address = \"10.1.2.3\"\n", "client-cn"},
+                      C{"no_name", nullptr, ""}),
+    [](const auto& param_info) { return std::string(param_info.param.name); });
 
 // The right password is the enterprise profile tests' case.
 TEST(X509Identity, Pkcs12WithTheWrongPasswordReadsNothing) {
@@ -73,13 +68,11 @@ TEST(X509Identity, Pkcs12WithTheWrongPasswordReadsNothing) {
   corvo::CertificateIdentity result;
   Log log;
   EXPECT_FALSE(corvo::ReadPkcs12Identity("wlan0", p12, "Pw-7734", result, log));
-  const std::string& text = log.text;
-  EXPECT_EQ(text.rfind("wlan0: PKCS#12: Bag 0 decrypted\n"
-                       "  -- which is still encrypted (wrong password?)\n",
-                       0),
+  EXPECT_EQ(log.text.rfind("wlan0: PKCS#12: Bag 0 decrypted\n"
+                           "  -- which is still encrypted (wrong password?)\n", 0),
             0u)
-      << text;
-  EXPECT_EQ(text.find("Pw-7734"), std::string::npos);
+      << log.text;
+  EXPECT_EQ(log.text.find("Pw-7734"), std::string::npos);
   EXPECT_EQ(result.identity, "");
   EXPECT_EQ(result.activation, 0);
 }
