@@ -1,6 +1,5 @@
-// wpa_supplicant's replies as the client reads them: its own readings
-// (replies.h) and those of the generated accessors, which take a property as a
-// variant converted to the accessor's type and a method's result as it is.
+// wpa_supplicant's replies as the client reads them: replies.h's readings and the generated
+// accessors', which convert a property's variant and take a method's result as it is.
 
 #include "lib/platform/supplicant/replies.h"
 #include "tests/fuzz/dbus_body.h"
