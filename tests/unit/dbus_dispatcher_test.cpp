@@ -1,7 +1,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <dbus-c++/dbus.h>
-#include <dirent.h>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <string>
@@ -13,14 +13,12 @@
 namespace {
 
 int ThreadsNamed(const std::string& name) {
-  DIR* tasks = opendir("/proc/self/task");
   int count = 0;
-  while (dirent* entry = tasks ? readdir(tasks) : nullptr) {
-    std::ifstream comm(std::string("/proc/self/task/") + entry->d_name + "/comm");
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::ifstream comm(task.path() / "comm");
     std::string line;
     count += std::getline(comm, line) && line == name;
   }
-  if (tasks) closedir(tasks);
   return count;
 }
 

@@ -5,16 +5,12 @@
 namespace corvo::test {
 namespace {
 
-using Args = std::vector<std::string>;
-
 const char kDhcpcd[] = "/sbin/dhcpcd";
 const char kUdhcpd[] = "/sbin/udhcpd";
 const char kConf[] = "/var/run/udhcpd-eth0.conf";
 
-Args Head(Args tail) {
-  Args args = {"-I", "Velmora:S1", "-i", "ACME Box 4", "-o43", "-b"};
-  args.insert(args.end(), tail.begin(), tail.end());
-  return args;
+Lines Head(const Lines& tail) {
+  return Join({"-I", "Velmora:S1", "-i", "ACME Box 4", "-o43", "-b"}, tail);
 }
 
 class Dhcp : public StepTest {
@@ -35,7 +31,7 @@ struct ClientCase {
   const char* name;
   Settings settings;
   bool start;
-  Args args;
+  Lines args;
 };
 
 class DhcpClient : public Dhcp, public ::testing::WithParamInterface<ClientCase> {};
@@ -43,7 +39,7 @@ class DhcpClient : public Dhcp, public ::testing::WithParamInterface<ClientCase>
 TEST_P(DhcpClient, ArgumentVector) {
   Store(GetParam().settings);
   Configure(GetParam().start);
-  EXPECT_EQ(Runs(kDhcpcd), std::vector<Args>{GetParam().args});
+  EXPECT_EQ(Runs(kDhcpcd), std::vector<Lines>{GetParam().args});
 }
 
 const Settings kStatic = {{"ip", "c0a8010a"}, {"nm", "ffffff00"}};

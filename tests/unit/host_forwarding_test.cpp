@@ -34,9 +34,7 @@ TEST_F(HostForwarding, ResetOnlyFlushesApplyNamesTheHostFirst) {
   EXPECT_EQ(platform.Effects(), (Lines{"forwarding off", kFlush}));
   platform.ClearEffects();
   ConfigureHostForwarding(true, platform);
-  Lines expected{"host name lobby-screen", "forwarding off", kFlush};
-  expected.insert(expected.end(), kNat.begin(), kNat.end());
-  EXPECT_EQ(platform.Effects(), expected);
+  EXPECT_EQ(platform.Effects(), Join({"host name lobby-screen", "forwarding off", kFlush}, kNat));
   // Without forwarding, applying is a reset too.
   Store({{"forwarding", "0"}});
   platform.ClearEffects();

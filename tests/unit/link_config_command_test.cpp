@@ -61,10 +61,6 @@ TEST_P(Dispatch, RunsTheStepsInOrder) {
 const Lines kStop{"dhcp stop eth1", "forwarding", "shaper remove"};
 const Lines kStart{"dhcp start eth1", "forwarding", "shaper add"};
 const Lines kWlanStart{"dhcp start wlan0", "forwarding", "shaper add"};
-Lines Join(Lines a, const Lines& b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
-}
 
 INSTANTIATE_TEST_SUITE_P(
     Table, Dispatch,

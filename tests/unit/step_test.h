@@ -16,6 +16,11 @@ using Lines = std::vector<std::string>;
 using Settings = std::map<std::string, std::string>;
 using PersistentNetworkConfig::InterfaceReader;
 
+inline Lines Join(Lines head, const Lines& tail) {
+  head.insert(head.end(), tail.begin(), tail.end());
+  return head;
+}
+
 // gtest names for table cases with a `name` member.
 template <typename Case>
 std::string NameOf(const ::testing::TestParamInfo<Case>& info) {
