@@ -1,13 +1,165 @@
+// The 802.1X identity read from certificates and the enterprise networks built
+// with it, from certificates that certtool and openssl make afresh.
+
+#include <cstdlib>
 #include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
 
 #include "apps/steps/enterprise_profiles.h"
+#include "lib/platform/base/log.h"
 #include "lib/platform/bus/bus_error.h"
-#include "tests/unit/test_certificates.h"
+#include "lib/platform/settings/x509_identity.h"
 #include "tests/unit/wifi_test.h"
 
 namespace corvo::test {
 namespace {
+
+class CertificateFactory {
+ public:
+  static constexpr std::time_t kActivation = 1927857906;  // 2031-02-03 04:05:06 UTC
+
+  // A CA and one client key.
+  CertificateFactory() {
+    char pattern[] = "/tmp/certificates-XXXXXX";
+    if (mkdtemp(pattern) == nullptr) throw std::runtime_error("mkdtemp");
+    m_dir = pattern;
+    Write("ca.tmpl", "cn = \"Test CA\"\nca\ncert_signing_key\nexpiration_days = 3650\n");
+    Run("certtool --generate-privkey --key-type=ecdsa --outfile ca.key && "
+        "certtool --generate-self-signed --load-privkey ca.key --template ca.tmpl "
+        "--outfile ca.pem && certtool --generate-privkey --key-type=ecdsa --outfile client.key");
+  }
+  ~CertificateFactory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(m_dir, ignored);
+  }
+
+  void Run(const std::string& command) {
+    const std::string line = "(cd " + m_dir + " && " + command + ") >/dev/null 2>&1";
+    if (std::system(line.c_str()) != 0) throw std::runtime_error("failed: " + command);
+  }
+  void Write(const std::string& name, const std::string& text) {
+    std::ofstream(m_dir + "/" + name) << text;
+  }
+  std::string Contents(const std::string& name) const {
+    std::ifstream in(m_dir + "/" + name, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  }
+  // A client certificate signed by the CA, valid from kActivation, from the
+  // template's lines; written as NAME.pem and NAME.der.
+  void Client(const std::string& name, const std::string& lines) {
+    Write(name + ".tmpl", lines + "activation_date = \"2031-02-03 04:05:06\"\n"
+                                  "expiration_date = \"2040-01-01 00:00:00\"\n");
+    Run("certtool --generate-certificate --load-privkey client.key --load-ca-certificate ca.pem "
+        "--load-ca-privkey ca.key --template " + name + ".tmpl --outfile " + name + ".pem && "
+        "certtool --certificate-info --infile " + name + ".pem --outder --outfile " + name +
+        ".der");
+  }
+  // The client key with certificate NAME.pem (and extra openssl options) as NAME.p12.
+  std::string Pkcs12(const std::string& name, const std::string& password,
+                     const std::string& options = "") {
+    Run("openssl pkcs12 -export -in " + name + ".pem -inkey client.key " + options +
+        " -passout pass:" + password + " -out " + name + ".p12");
+    return Contents(name + ".p12");
+  }
+
+ private:
+  std::string m_dir;
+};
+
+// Keeps the lines the readers print.
+struct LogText : LogSink {
+  void Write(const std::string& line) noexcept override { text += line; }
+  std::string text;
+};
+
+// Made once, on first use; its directory goes when the program ends.
+CertificateFactory& Certs() {
+  static CertificateFactory certs;
+  return certs;
+}
+
+struct CertificateCase {
+  const char* name;
+  const char* alt_names;  // after the Common Name; nullptr: no name at all
+  std::string identity;
+};
+
+class CertificateReader : public ::testing::TestWithParam<CertificateCase> {};
+
+TEST_P(CertificateReader, ReadsIdentityAndActivationFromDerAndPem) {
+  const CertificateCase& c = GetParam();
+  Certs().Client(c.name, c.alt_names ? "cn = \"client-cn\"\n" + std::string(c.alt_names)
+                                     : "organization = \"Org\"\n");
+  const std::string expected_log =
+      c.identity.empty()           ? ""
+      : c.identity == "client-cn" ? "eth0: Using identity from Common Name client-cn\n"
+                                  : "Using identity from subjectAltName " + c.identity + "\n";
+  for (const char* form : {".der", ".pem"}) {
+    CertificateIdentity result;
+    LogText log;
+    const bool read = ReadCertificateIdentity(
+        "eth0", Certs().Contents(std::string(c.name) + form), result, log);
+    EXPECT_EQ(log.text, expected_log) << form;
+    EXPECT_EQ(read, !c.identity.empty()) << form;
+    EXPECT_EQ(result.identity, c.identity) << form;
+    EXPECT_EQ(result.activation, CertificateFactory::kActivation) << form;
+  }
+}
+
+// An IP address alone falls back to the Common Name.
+using C = CertificateCase;
+INSTANTIATE_TEST_SUITE_P(
+    Names, CertificateReader,
+    ::testing::Values(C{"dns", "dns_name = \"host.example.org\"\n", "host.example.org"},
+                      C{"ip_then_email", "ip_address = \"10.1.2.3\"\nemail = \"a@b.example\"\n",
+                        "a@b.example"},
+                      C{"ip_only", "ip_address = \"10.1.2.3\"\n", "client-cn"},
+                      C{"no_name", nullptr, ""}),
+    [](const auto& param_info) { return std::string(param_info.param.name); });
+
+// The right password is the enterprise profile tests' case.
+TEST(X509Identity, Pkcs12WithTheWrongPasswordReadsNothing) {
+  Certs().Client("p12", "cn = \"client-cn\"\nemail = \"user@example.org\"\n");
+  const std::string p12 = Certs().Pkcs12("p12", "s3cret", "-certfile ca.pem");
+  CertificateIdentity result;
+  LogText log;
+  EXPECT_FALSE(ReadPkcs12Identity("wlan0", p12, "Pw-7734", result, log));
+  EXPECT_EQ(log.text.rfind("wlan0: PKCS#12: Bag 0 decrypted\n"
+                           "  -- which is still encrypted (wrong password?)\n", 0),
+            0u)
+      << log.text;
+  EXPECT_EQ(log.text.find("Pw-7734"), std::string::npos);
+  EXPECT_EQ(result.identity, "");
+  EXPECT_EQ(result.activation, 0);
+}
+
+TEST(X509Identity, Pkcs12CertificateWithoutKeyIdIsSkipped) {
+  const std::string p12 = Certs().Pkcs12("ca", "x", "-nokeys");
+  CertificateIdentity result;
+  LogText log;
+  EXPECT_FALSE(ReadPkcs12Identity("eth0", p12, "x", result, log));
+  EXPECT_EQ(log.text,
+            "eth0: PKCS#12: Bag 0 decrypted\n"
+            "eth0: PKCS#12: no key ID, skipping\n");
+}
+
+TEST(X509Identity, BrokenInputReadsNothing) {
+  const std::string pem = Certs().Contents("ca.pem");
+  LogText log;
+  for (const std::string& bytes :
+       {std::string(), std::string("garbage"), std::string(4096, '\xff'),
+        pem.substr(0, pem.size() / 2), std::string("\x30\x82\xff\xff", 4)}) {
+    CertificateIdentity result;
+    EXPECT_FALSE(ReadCertificateIdentity("eth0", bytes, result, log));
+    EXPECT_EQ(result.activation, 0);
+    EXPECT_FALSE(ReadPkcs12Identity("eth0", bytes, "x", result, log));
+  }
+  CertificateIdentity result;
+  EXPECT_FALSE(ReadPkcs12Identity("eth0", pem, "x", result, log));  // not PKCS#12
+}
 
 const std::string kKeyPassword = "Kp-93551";
 constexpr std::time_t kActivation = CertificateFactory::kActivation;
@@ -15,10 +167,9 @@ constexpr std::time_t kActivation = CertificateFactory::kActivation;
 class Enterprise : public WifiTest {
  protected:
   static void SetUpTestSuite() {
-    CertificateFactory certs;
-    certs.Client("c", "cn = \"client-cn\"\nemail = \"user@example.org\"\n");
-    s_certificate = certs.Contents("c.pem");
-    s_pkcs12 = certs.Pkcs12("c", kKeyPassword);
+    Certs().Client("c", "cn = \"client-cn\"\nemail = \"user@example.org\"\n");
+    s_certificate = Certs().Contents("c.pem");
+    s_pkcs12 = Certs().Pkcs12("c", kKeyPassword);
   }
 
   static WifiSettings EapTls() {
