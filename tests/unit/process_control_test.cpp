@@ -141,25 +141,19 @@ struct Outcome {
   std::string out, err, kmsg;
 };
 
-// Runs `body` in a forked child whose /dev/kmsg is a plain file and whose input is this line.
+// Runs `body` in a forked child whose /dev/kmsg is a plain file and whose input is one line.
 Outcome Isolated(const std::function<int()>& body) {
-  char dir[] = "/tmp/spawn_test.XXXXXX";
-  if (mkdtemp(dir) == nullptr) throw std::runtime_error("mkdtemp");
-  const std::string files[] = {dir + std::string("/out"), dir + std::string("/err"),
-                               dir + std::string("/kmsg")};
-  for (const auto& path : files) std::ofstream{path};
+  std::string path = "/tmp/spawn_test.XXXXXX";
+  if (mkdtemp(path.data()) == nullptr) throw std::runtime_error("mkdtemp");
+  std::ofstream(path + "/in") << "parent-stdin\n";
+  for (const char* name : {"/out", "/err", "/kmsg"}) std::ofstream{path + name};
   std::fflush(nullptr);
   const pid_t pid = fork();
   if (pid == 0) {
-    int in[2];
-    if (!corvo::KeepKernelLogPrivate(files[2].c_str()) || pipe(in) ||
-        write(in[1], "parent-stdin\n", 13) != 13) {
-      _exit(200);
-    }
-    close(in[1]);
-    dup2(in[0], 0);
-    dup2(open(files[0].c_str(), O_WRONLY), 1);
-    dup2(open(files[1].c_str(), O_WRONLY), 2);
+    if (!corvo::KeepKernelLogPrivate((path + "/kmsg").c_str())) _exit(200);
+    dup2(open((path + "/in").c_str(), O_RDONLY), 0);
+    dup2(open((path + "/out").c_str(), O_WRONLY), 1);
+    dup2(open((path + "/err").c_str(), O_WRONLY), 2);
     try {
       _exit(body());
     } catch (const std::exception& e) {
@@ -170,8 +164,9 @@ Outcome Isolated(const std::function<int()>& body) {
   }
   int status = 0;
   EXPECT_EQ(waitpid(pid, &status, 0), pid);
-  const Outcome outcome{status, ReadFile(files[0]), ReadFile(files[1]), ReadFile(files[2])};
-  std::filesystem::remove_all(dir);
+  const Outcome outcome{status, ReadFile(path + "/out"), ReadFile(path + "/err"),
+                        ReadFile(path + "/kmsg")};
+  std::filesystem::remove_all(path);
   return outcome;
 }
 

@@ -132,16 +132,15 @@ TEST_F(WifiTest, FailuresLeaveNoNetworkBehind) {
   EXPECT_TRUE(Networks().empty());
 }
 
+// A CA and one client key, made afresh in a directory that goes with the factory.
 class CertificateFactory {
  public:
   static constexpr std::time_t kActivation = 1927857906;  // 2031-02-03 04:05:06 UTC
 
-  // A CA and one client key.
   CertificateFactory() {
-    char pattern[] = "/tmp/certificates-XXXXXX";
-    if (mkdtemp(pattern) == nullptr) throw std::runtime_error("mkdtemp");
-    m_dir = pattern;
-    Write("ca.tmpl", "cn = \"Test CA\"\nca\ncert_signing_key\nexpiration_days = 3650\n");
+    if (mkdtemp(m_dir.data()) == nullptr) throw std::runtime_error("mkdtemp");
+    std::ofstream(m_dir + "/ca.tmpl") << "cn = \"Test CA\"\nca\ncert_signing_key\n"
+                                         "expiration_days = 3650\n";
     Run("certtool --generate-privkey --key-type=ecdsa --outfile ca.key && "
         "certtool --generate-self-signed --load-privkey ca.key --template ca.tmpl "
         "--outfile ca.pem && certtool --generate-privkey --key-type=ecdsa --outfile client.key");
@@ -155,18 +154,16 @@ class CertificateFactory {
     const std::string line = "(cd " + m_dir + " && " + command + ") >/dev/null 2>&1";
     if (std::system(line.c_str()) != 0) throw std::runtime_error("failed: " + command);
   }
-  void Write(const std::string& name, const std::string& text) {
-    std::ofstream(m_dir + "/" + name) << text;
-  }
   std::string Contents(const std::string& name) const {
     std::ifstream in(m_dir + "/" + name, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return std::string(std::istreambuf_iterator<char>(in), {});
   }
   // A client certificate signed by the CA, valid from kActivation, from the
   // template's lines; written as NAME.pem and NAME.der.
   void Client(const std::string& name, const std::string& lines) {
-    Write(name + ".tmpl", lines + "activation_date = \"2031-02-03 04:05:06\"\n"
-                                  "expiration_date = \"2040-01-01 00:00:00\"\n");
+    std::ofstream(m_dir + "/" + name + ".tmpl") << lines
+                                                << "activation_date = \"2031-02-03 04:05:06\"\n"
+                                                   "expiration_date = \"2040-01-01 00:00:00\"\n";
     Run("certtool --generate-certificate --load-privkey client.key --load-ca-certificate ca.pem "
         "--load-ca-privkey ca.key --template " + name + ".tmpl --outfile " + name + ".pem && "
         "certtool --certificate-info --infile " + name + ".pem --outder --outfile " + name +
@@ -181,7 +178,7 @@ class CertificateFactory {
   }
 
  private:
-  std::string m_dir;
+  std::string m_dir = "/tmp/certificates-XXXXXX";
 };
 
 // Keeps the lines the readers print.
@@ -243,8 +240,7 @@ TEST(X509Identity, Pkcs12WithTheWrongPasswordReadsNothing) {
   LogText log;
   EXPECT_FALSE(ReadPkcs12Identity("wlan0", p12, "Pw-7734", result, log));
   EXPECT_EQ(log.text.rfind("wlan0: PKCS#12: Bag 0 decrypted\n"
-                           "  -- which is still encrypted (wrong password?)\n", 0),
-            0u)
+                           "  -- which is still encrypted (wrong password?)\n", 0), 0u)
       << log.text;
   EXPECT_EQ(log.text.find("Pw-7734"), std::string::npos);
   EXPECT_EQ(result.identity, "");
@@ -256,9 +252,7 @@ TEST(X509Identity, Pkcs12CertificateWithoutKeyIdIsSkipped) {
   CertificateIdentity result;
   LogText log;
   EXPECT_FALSE(ReadPkcs12Identity("eth0", p12, "x", result, log));
-  EXPECT_EQ(log.text,
-            "eth0: PKCS#12: Bag 0 decrypted\n"
-            "eth0: PKCS#12: no key ID, skipping\n");
+  EXPECT_EQ(log.text, "eth0: PKCS#12: Bag 0 decrypted\neth0: PKCS#12: no key ID, skipping\n");
 }
 
 TEST(X509Identity, BrokenInputReadsNothing) {
@@ -308,12 +302,8 @@ class Enterprise : public WifiTest {
   std::string Configure(const WifiSettings& settings, bool time_is_set = true,
                         const std::string& ifname = "wlan0") {
     const std::string log = Build(settings, time_is_set, ifname);
-    Lines texts = platform.Effects();
-    texts.push_back(log);
-    for (const std::string& text : texts) {
-      if (!settings.passphrase.empty()) {
-        EXPECT_EQ(text.find(settings.passphrase), text.npos);
-      }
+    for (const std::string& text : Join(platform.Effects(), {log})) {
+      EXPECT_TRUE(settings.passphrase.empty() || text.find(settings.passphrase) == text.npos);
       EXPECT_EQ(text.find("KEY-BYTES"), text.npos);
     }
     return log;
