@@ -45,7 +45,6 @@ struct Case {
   std::string expected;
   int reads = 1;
 };
-void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
 
 // Readers over a recorded store that counts its reads.
 class ReaderTest : public ::testing::Test {

@@ -70,9 +70,9 @@ INSTANTIATE_TEST_SUITE_P(
         DispatchCase{"Eth1Reconfigure", "eth1", "reconfigure", Join(kStop, kStart)},
         DispatchCase{"Wlan0Start", "wlan0", "start",
                      Join({"supplicant", "dhcp stop wlan0", "forwarding"}, kWlanStart)},
-        DispatchCase{
-            "Wlan0Reconfigure", "wlan0", "reconfigure",
-            Join({"dhcp stop wlan0", "forwarding", "shaper remove", "supplicant"}, kWlanStart)}),
+        DispatchCase{"Wlan0Reconfigure", "wlan0", "reconfigure",
+                     Join({"dhcp stop wlan0", "forwarding", "shaper remove", "supplicant"},
+                          kWlanStart)}),
     NameOf<DispatchCase>);
 
 // NAT on an update in mode 2 is the NAT command test's; mode 1 only routes.

@@ -61,7 +61,6 @@ struct RecoverCase {
   std::string key;  // empty: the built-in key
   std::string passphrase;
 };
-void PrintTo(const RecoverCase& c, std::ostream* os) { *os << c.name; }
 
 class PassphraseRecoverTest : public ::testing::TestWithParam<RecoverCase> {};
 

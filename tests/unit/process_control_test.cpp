@@ -80,8 +80,6 @@ struct PidFileCase {
   const char* message;  // %s: the name asked for
 };
 
-void PrintTo(const PidFileCase& c, std::ostream* os) { *os << c.name; }
-
 class ReadPidFileTest : public testing::TestWithParam<PidFileCase> {
  protected:
   void SetUp() override {
@@ -179,8 +177,6 @@ struct StreamCase {
   const char* err;
   const char* kmsg;
 };
-
-void PrintTo(const StreamCase& c, std::ostream* os) { *os << c.name; }
 
 class SpawnStreamsTest : public testing::TestWithParam<StreamCase> {};
 

@@ -111,8 +111,6 @@ struct SntpCase {
   int requests;
 };
 
-void PrintTo(const SntpCase& c, std::ostream* os) { *os << c.name; }
-
 class Sntp : public ::testing::TestWithParam<SntpCase> {};
 
 TEST_P(Sntp, AnswersOrExplains) {

@@ -79,10 +79,8 @@ INSTANTIATE_TEST_SUITE_P(
                       W{"LinkIPv6LinkLocalUpper", true, {Ip("febf::1")}, kBlink500},
                       W{"LinkIPv6JustAboveLinkLocal", true, {Ip("fec0::1")}, kOn},
                       W{"LinkUnspecifiedEntry", true, {Family(AF_UNSPEC)}, kOn},
-                      W{"LinkLocalThenGlobal",
-                        true,
-                        {Ip("fe80::1"), Ip("169.254.1.1", 16), Ip("10.1.2.3", 8)},
-                        kOn}),
+                      W{"LinkLocalThenGlobal", true,
+                        {Ip("fe80::1"), Ip("169.254.1.1", 16), Ip("10.1.2.3", 8)}, kOn}),
     NameOf<WiredCase>);
 
 // Link levels of the supplicant's states are the supplicant client's and guest's tests.
