@@ -9,8 +9,8 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include "lib/platform/recording_platform.h"
 #include "tests/support/passphrase_obfuscator.h"
+#include "tests/unit/step_test.h"
 
 namespace corvo::PersistentNetworkConfig {
 namespace {
@@ -29,8 +29,6 @@ using Accessor = std::function<std::string(const Readers&)>;
 std::string Call(const Accessor& accessor, const Readers& readers) {
   try {
     return accessor(readers);
-  } catch (const std::invalid_argument& e) {
-    return std::string("invalid_argument: ") + e.what();
   } catch (const std::out_of_range& e) {
     return std::string("out_of_range: ") + e.what();
   } catch (const std::runtime_error& e) {
@@ -47,20 +45,9 @@ struct Case {
 };
 
 // Readers over a recorded store that counts its reads.
-class ReaderTest : public ::testing::Test {
+class ReaderTest : public test::StepTest {
  protected:
-  ReaderTest() {
-    m_platform.world.on_read = [this](const std::string&, const std::string&) { ++m_reads; };
-  }
-  void Set(const std::string& section, const std::string& key, const std::string& value) {
-    m_platform.world.Set(section, key, value);
-  }
-  InterfaceReader Interface(const std::string& ifname) {
-    return InterfaceReader(ifname, m_registry, "SER123");
-  }
-
-  RecordingPlatform m_platform;
-  Registry& m_registry = m_platform.Get().registry;
+  ReaderTest() { world.on_read = [this](const std::string&, const std::string&) { ++m_reads; }; }
   int m_reads = 0;
 };
 
@@ -71,9 +58,10 @@ TEST_P(ReaderCaseTest, ParsesStoredValue) {
   const Case& c = GetParam();
   std::istringstream settings(c.settings);
   for (std::string item; std::getline(settings, item, ';');) {
-    Set(".omba", item.substr(0, item.find('=')), item.substr(item.find('=') + 1));
+    world.Set(".omba", item.substr(0, item.find('=')), item.substr(item.find('=') + 1));
   }
-  EXPECT_EQ(Call(c.accessor, {Interface("eth0"), HostReader(m_registry, "SER123")}), c.expected);
+  const HostReader host(platform.Get().registry, "S1");
+  EXPECT_EQ(Call(c.accessor, {Reader("eth0"), host}), c.expected);
   EXPECT_EQ(m_reads, c.reads);
 }
 
@@ -144,8 +132,8 @@ INSTANTIATE_TEST_SUITE_P(
 // eth0, wlan0, ppp0 and eth1 read their sections in the command tests.
 TEST_F(ReaderTest, OtherInterfacesReadTheirOwnSection) {
   for (const std::string ifname : {"eth0.12", "eth0 "}) {
-    Set(".net." + ifname, "wi", ifname);
-    const InterfaceReader reader = Interface(ifname);
+    world.Set(".net." + ifname, "wi", ifname);
+    const InterfaceReader reader = Reader(ifname);
     EXPECT_EQ(reader.Section(), ".net." + ifname);
     EXPECT_EQ(reader.InterfaceName(), ifname);
     EXPECT_EQ(reader.Ssid(), ifname);
@@ -153,21 +141,21 @@ TEST_F(ReaderTest, OtherInterfacesReadTheirOwnSection) {
 }
 
 TEST_F(ReaderTest, NothingIsCached) {
-  const InterfaceReader reader = Interface("wlan0");
-  Set(".omba1", "mtu", "5dc");
+  const InterfaceReader reader = Reader("wlan0");
+  world.Set(".omba1", "mtu", "5dc");
   EXPECT_EQ(reader.Mtu(), 1500);
-  Set(".omba1", "mtu", "5de");
+  world.Set(".omba1", "mtu", "5de");
   EXPECT_EQ(reader.Mtu(), 1502);
   EXPECT_EQ(m_reads, 2);
 }
 
 TEST_F(ReaderTest, PassphraseUsesTheStoredCustomerKey) {
-  Set("customer", "obfuscation_key", "customer-key");
-  Set(".omba1", "wp", test::ObfuscatePassphrase('C', "customer-key", "secret one"));
-  const InterfaceReader reader = Interface("wlan0");
+  world.Set("customer", "obfuscation_key", "customer-key");
+  world.Set(".omba1", "wp", test::ObfuscatePassphrase('C', "customer-key", "secret one"));
+  const InterfaceReader reader = Reader("wlan0");
   EXPECT_EQ(reader.Passphrase(), "secret one");
   EXPECT_EQ(m_reads, 2);
-  Set(".omba1", "wp", test::ObfuscatePassphrase('A', BuiltInObfuscationKey(), "secret two"));
+  world.Set(".omba1", "wp", test::ObfuscatePassphrase('A', BuiltInObfuscationKey(), "secret two"));
   EXPECT_EQ(reader.Passphrase(), "secret two");
   EXPECT_EQ(m_reads, 3);
 }
