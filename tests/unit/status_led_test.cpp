@@ -64,7 +64,7 @@ TEST_P(WiredLed, PatternWithLinkFollowsTheAddresses) {
   EXPECT_EQ(Update("eth0"), GetParam().writes);
 }
 
-// An address with and without link are the command tests' (test_kill, test_frontend).
+// With link, a plain address is the command tests' (test_kill: steady on after a lease).
 using W = WiredCase;
 INSTANTIATE_TEST_SUITE_P(
     Rules, WiredLed,
@@ -80,7 +80,9 @@ INSTANTIATE_TEST_SUITE_P(
     NameOf<WiredCase>);
 
 // Station and access point link levels light the LED in the guest's scenarios.
-TEST_F(Led, WifiLedIsOffWhileTheSupplicantDoesNotManageWlan0) {
+TEST_F(Led, OffWithoutLinkOrWhileTheSupplicantDoesNotManageWlan0) {
+  world.addresses["eth0"] = {Ip("192.168.1.10", 24)};
+  EXPECT_EQ(Update("eth0"), kOff);
   world.links.insert("wlan0");  // link alone is not enough
   EXPECT_EQ(Update("wlan0"), kOff);
 }
