@@ -4,7 +4,7 @@
 #include "apps/steps/wifi_bringup.h"
 #include "lib/platform/base/errno_exception.h"
 #include "lib/platform/bus/bus_error.h"
-#include "tests/unit/wifi_test.h"
+#include "tests/unit/step_test.h"
 
 namespace corvo::test {
 namespace {

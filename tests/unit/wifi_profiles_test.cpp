@@ -13,7 +13,7 @@
 #include "lib/platform/base/log.h"
 #include "lib/platform/bus/bus_error.h"
 #include "lib/platform/settings/x509_identity.h"
-#include "tests/unit/wifi_test.h"
+#include "tests/unit/step_test.h"
 
 namespace corvo::test {
 namespace {
