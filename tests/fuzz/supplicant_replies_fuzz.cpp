@@ -9,19 +9,17 @@ using namespace corvo;
 using supplicant::VariantMap;
 
 template <typename T>
-T Property(const DBus::Message& reply) {
-  DBus::MessageIter reader = reply.reader();
-  DBus::Variant value;
-  reader >> value;
-  return value;
-}
-
-template <typename T>
 T Result(const DBus::Message& reply) {
   DBus::MessageIter reader = reply.reader();
   T value;
   reader >> value;
   return value;
+}
+
+// A property comes as a variant, converted to the accessor's type.
+template <typename T>
+T Property(const DBus::Message& reply) {
+  return Result<DBus::Variant>(reply);
 }
 
 using Reply = const DBus::Message&;
