@@ -1,10 +1,8 @@
 #include "lib/platform/settings/interface_reader.h"
 
 #include <functional>
-#include <gtest/gtest.h>
 #include <sstream>
 #include <stdexcept>
-#include <string>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>

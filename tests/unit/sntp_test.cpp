@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <cstring>
 #include <netinet/in.h>
-#include <ostream>
 #include <poll.h>
 #include <sys/socket.h>
 #include <string>
