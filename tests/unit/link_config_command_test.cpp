@@ -5,28 +5,6 @@
 namespace corvo::test {
 namespace {
 
-// The steps a run took, told by what they changed.
-Lines Steps(const Lines& effects) {
-  static const std::vector<std::pair<std::string, std::string>> kSteps = {
-      {"run /sbin/dhcpcd ", "dhcp"},           {"run tc qdisc add", "shaper add"},
-      {"run tc qdisc del", "shaper remove"},   {"run /sbin/iptables -t nat -F", "forwarding"},
-      {"run /sbin/iptables -t nat -A", "nat"}, {"supplicant", "supplicant"},
-  };
-  Lines steps;
-  for (const std::string& effect : effects) {
-    for (const auto& [prefix, step] : kSteps) {
-      if (effect.rfind(prefix, 0) != 0) continue;
-      std::string word = step;
-      if (step == "dhcp") {
-        word = (effect.find(" -x ") != effect.npos ? "dhcp stop " : "dhcp start ") +
-               effect.substr(effect.rfind(' ') + 1);
-      }
-      if (steps.empty() || steps.back() != word) steps.push_back(word);
-    }
-  }
-  return steps;
-}
-
 class Command : public StepTest {
  protected:
   Command() {

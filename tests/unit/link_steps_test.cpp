@@ -14,22 +14,9 @@ class InterfaceConfiguration : public StepTest {
  protected:
   InterfaceConfiguration() { world.ports = {"eth0"}; }
 
-  // The link changes, the DHCP clients as "start IF"/"stop IF" and the
-  // forwarding step as "forwarding".
   Lines Configure(const char* ifname, bool start) {
     ConfigureInterface(nullptr, Reader(ifname), ifname, start, platform);
-    Lines steps;
-    for (const std::string& line : platform.Effects()) {
-      if (line.rfind("run /sbin/dhcpcd ", 0) == 0) {
-        const bool stop = line.find(" -x ") != std::string::npos;
-        steps.push_back((stop ? "stop " : "start ") + line.substr(line.rfind(' ') + 1));
-      } else if (line == "run /sbin/iptables -t nat -F POSTROUTING") {
-        steps.push_back("forwarding");
-      } else if (line.rfind("link ", 0) == 0) {
-        steps.push_back(line);
-      }
-    }
-    return steps;
+    return Steps(platform.Effects());
   }
 };
 
@@ -37,8 +24,9 @@ class InterfaceConfiguration : public StepTest {
 TEST_F(InterfaceConfiguration, StopTakesDownTheExistingVlansOnly) {
   world.vlans["eth0"] = {"eth0.12", "eth0.7"};
   Store({{"vlans", "12,0"}});
-  EXPECT_EQ(Configure("eth0", false), (Lines{"stop eth0.12", "link delete eth0.12", "stop eth0.7",
-                                             "link delete eth0.7", "stop eth0", "forwarding"}));
+  EXPECT_EQ(Configure("eth0", false),
+            (Lines{"dhcp stop eth0.12", "link delete eth0.12", "dhcp stop eth0.7",
+                   "link delete eth0.7", "dhcp stop eth0", "forwarding"}));
 }
 
 TEST_F(InterfaceConfiguration, FailedVlanReportedAndSkipped) {
@@ -53,7 +41,8 @@ TEST_F(InterfaceConfiguration, FailedVlanReportedAndSkipped) {
             "Unable to configure VLAN 7 for eth0: no 802.1Q here\n"
             "Unable to configure VLAN 12 for eth0: Invalid static IP configuration\n");
   EXPECT_EQ(steps, (Lines{"link up eth0", "link add eth0.12 (VLAN 12 on eth0)",
-                          "link add eth0.30 (VLAN 30 on eth0)", "start eth0.30", "forwarding"}));
+                          "link add eth0.30 (VLAN 30 on eth0)", "dhcp start eth0.30",
+                          "forwarding"}));
 }
 
 TEST_F(InterfaceConfiguration, NonNumericVlanFailsWholeStep) {

@@ -22,6 +22,29 @@ inline Lines Join(Lines head, const Lines& tail) {
   return head;
 }
 
+// The steps a run took, told by what they changed: a DHCP client's start or stop with its
+// interface, each link change as it is; one step repeated in a row counts once.
+inline Lines Steps(const Lines& effects) {
+  static const std::pair<std::string, std::string> kSteps[] = {
+      {"run /sbin/dhcpcd ", "dhcp"},           {"run tc qdisc add", "shaper add"},
+      {"run tc qdisc del", "shaper remove"},   {"run /sbin/iptables -t nat -F", "forwarding"},
+      {"run /sbin/iptables -t nat -A", "nat"}, {"supplicant", "supplicant"},
+      {"link ", ""}};
+  Lines steps;
+  for (const std::string& effect : effects) {
+    for (const auto& [prefix, step] : kSteps) {
+      if (effect.rfind(prefix, 0) != 0) continue;
+      std::string word = step.empty() ? effect : step;
+      if (step == "dhcp") {
+        word = (effect.find(" -x ") != effect.npos ? "dhcp stop " : "dhcp start ") +
+               effect.substr(effect.rfind(' ') + 1);
+      }
+      if (steps.empty() || steps.back() != word) steps.push_back(word);
+    }
+  }
+  return steps;
+}
+
 // gtest names for table cases with a `name` member.
 template <typename Case>
 std::string NameOf(const ::testing::TestParamInfo<Case>& info) {
