@@ -1,5 +1,4 @@
-// The dial-up settings as the chat script and the peer file carry them: the
-// modem's init command must come back whole from its quoted, escaped form.
+// The dial-up settings in the chat script and peer file: the init command comes back whole.
 
 #include <fuzzer/FuzzedDataProvider.h>
 

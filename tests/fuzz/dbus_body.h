@@ -1,8 +1,6 @@
 #pragma once
-// A D-Bus message body made from fuzz input: a signature the input names, then
-// values of those types taken from the rest. Only what libdbus itself accepts
-// is appended (it aborts on anything else), and nesting stays well inside its
-// limits, so the body is one the bus could deliver.
+// A D-Bus message body from fuzz input: a signature the input names, then values of those
+// types, only as libdbus accepts them (it aborts on anything else) and the bus could deliver.
 
 #include <cstring>
 #include <string>
@@ -43,8 +41,7 @@ inline void AppendValue(FuzzedDataProvider& in, DBusSignatureIter type, DBus::Me
     case DBUS_TYPE_SIGNATURE: out.append_signature(TextOr(in, IsSignature, "").c_str()); return;
     // clang-format on
     case DBUS_TYPE_VARIANT: {
-      // Types of at most 12 characters, at most four variants deep: at most 55 levels of
-      // containers, where a message may have 64.
+      // At most 12 characters, four variants deep: 55 levels of containers, where 64 may be.
       std::string held = TextOr(in, dbus_signature_validate_single, "y");
       if (depth >= 4 || !IsSignature(held.c_str(), nullptr)) held = "y";
       DBus::MessageIter variant = out.new_variant(held.c_str());

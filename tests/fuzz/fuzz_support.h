@@ -1,7 +1,6 @@
 #pragma once
-// What the fuzz targets share. A parser may refuse hostile input only with one
-// of the messages it documents; any other escape stops the run as a finding,
-// as a crash or a sanitizer report would.
+// What the fuzz targets share. A parser may refuse input only with a message it documents;
+// any other escape is a finding, as a crash or a sanitizer report would be.
 
 #include <cstdint>
 #include <cstdlib>
@@ -42,8 +41,7 @@ void Expect(Parse parse, std::initializer_list<const char*> allowed = {}) {
   }
 }
 
-class NullSink : public LogSink {
- public:
+struct NullSink : LogSink {
   void Write(const std::string&) noexcept override {}
 };
 

@@ -1,5 +1,4 @@
-// A stored passphrase with its tag, read as the steps read it; "C" texts use
-// the stored customer key.
+// A stored passphrase with its tag, read as the steps read it ("C": the stored customer key).
 
 #include "lib/platform/recording_platform.h"
 #include "lib/platform/settings/interface_reader.h"
@@ -9,9 +8,7 @@ using namespace corvo;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text = fuzz::Text(data, size);
-  // With a known tag, 17 to 32 characters end in the salt-size assertion by
-  // design, decided on the length alone before the salt is read; the death
-  // test of the unit tests covers them.
+  // With a known tag, 17 to 32 characters end in the salt-size assertion (a unit death test).
   if (size >= 17 && size <= 32 && std::string("AaCc").find(text[0]) != std::string::npos) return 0;
   RecordingPlatform platform;
   platform.world.Set(".omba", "wp", text);

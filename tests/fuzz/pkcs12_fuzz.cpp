@@ -1,5 +1,4 @@
-// A PKCS#12 file (DER or PEM) whose bags are encrypted with "secret", and the
-// 802.1X identity of its first certificate with a key ID.
+// A PKCS#12 file with "secret" as password, and the identity of its first keyed certificate.
 
 #include "lib/platform/settings/x509_identity.h"
 #include "tests/fuzz/fuzz_support.h"

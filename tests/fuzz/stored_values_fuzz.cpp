@@ -1,5 +1,4 @@
-// Every parsed stored value of an interface and of the host, all holding the
-// input (eth0's section is also the host's). Passphrases have their own target.
+// Every parsed stored value of eth0 and of the host (one section), all holding the input.
 
 #include "lib/platform/recording_platform.h"
 #include "lib/platform/settings/interface_reader.h"

@@ -1,6 +1,5 @@
-// wpa_supplicant's replies as the client reads them: its own readings
-// (replies.h) and those of the generated accessors, which take a property as a
-// variant converted to the accessor's type and a method's result as it is.
+// wpa_supplicant's replies as the client reads them: replies.h's readings and the generated
+// accessors', which convert a property's variant and take a method's result as it is.
 
 #include "lib/platform/supplicant/replies.h"
 #include "tests/fuzz/dbus_body.h"
@@ -10,19 +9,17 @@ using namespace corvo;
 using supplicant::VariantMap;
 
 template <typename T>
-T Property(const DBus::Message& reply) {
-  DBus::MessageIter reader = reply.reader();
-  DBus::Variant value;
-  reader >> value;
-  return value;
-}
-
-template <typename T>
 T Result(const DBus::Message& reply) {
   DBus::MessageIter reader = reply.reader();
   T value;
   reader >> value;
   return value;
+}
+
+// A property comes as a variant, converted to the accessor's type.
+template <typename T>
+T Property(const DBus::Message& reply) {
+  return Result<DBus::Variant>(reply);
 }
 
 using Reply = const DBus::Message&;

@@ -1,6 +1,3 @@
-#include <string>
-#include <vector>
-
 #include "apps/steps/dhcp.h"
 #include "lib/hardware/led_status.h"
 #include "tests/unit/step_test.h"
@@ -8,16 +5,12 @@
 namespace corvo::test {
 namespace {
 
-using Args = std::vector<std::string>;
-
 const char kDhcpcd[] = "/sbin/dhcpcd";
 const char kUdhcpd[] = "/sbin/udhcpd";
 const char kConf[] = "/var/run/udhcpd-eth0.conf";
 
-Args Head(Args tail) {
-  Args args = {"-I", "Velmora:S1", "-i", "ACME Box 4", "-o43", "-b"};
-  args.insert(args.end(), tail.begin(), tail.end());
-  return args;
+Lines Head(const Lines& tail) {
+  return Join({"-I", "Velmora:S1", "-i", "ACME Box 4", "-o43", "-b"}, tail);
 }
 
 class Dhcp : public StepTest {
@@ -38,7 +31,7 @@ struct ClientCase {
   const char* name;
   Settings settings;
   bool start;
-  Args args;
+  Lines args;
 };
 
 class DhcpClient : public Dhcp, public ::testing::WithParamInterface<ClientCase> {};
@@ -46,7 +39,7 @@ class DhcpClient : public Dhcp, public ::testing::WithParamInterface<ClientCase>
 TEST_P(DhcpClient, ArgumentVector) {
   Store(GetParam().settings);
   Configure(GetParam().start);
-  EXPECT_EQ(Runs(kDhcpcd), std::vector<Args>{GetParam().args});
+  EXPECT_EQ(Runs(kDhcpcd), std::vector<Lines>{GetParam().args});
 }
 
 const Settings kStatic = {{"ip", "c0a8010a"}, {"nm", "ffffff00"}};
@@ -57,16 +50,14 @@ Settings Static(Settings more) {
 const Settings kServer = Static({{"dh", "c0a80164:c0a801c8"}});
 
 using C = ClientCase;
-// A dynamic start and a static one with router and MTU run the real dhcpcd in
-// the command tests; how each setting reads is the settings reader's test.
+// Dynamic and static starts with router and MTU run the real dhcpcd in the command tests.
 INSTANTIATE_TEST_SUITE_P(
     Stored, DhcpClient,
     ::testing::Values(
         C{"StopTakesNoOptions", Static({{"im", "5"}, {"mtu", "578"}}), false, Head({"-x", "eth0"})},
         C{"StaticDomainAndServerOnlyInD2", Static({{"nd", "example.local"}, {"d2", "08080808"}}),
-          true,
-          Head({"-Sip_address=192.168.1.10", "-Ssubnet_mask=255.255.255.0",
-                "-Sdomain_name=example.local", "-Sdomain_name_servers=8.8.8.8", "eth0"})},
+          true, Head({"-Sip_address=192.168.1.10", "-Ssubnet_mask=255.255.255.0",
+                      "-Sdomain_name=example.local", "-Sdomain_name_servers=8.8.8.8", "eth0"})},
         C{"MetricZeroMtuZero", {{"im", "0"}, {"mtu", "0"}}, true, Head({"-m0", "eth0"})}),
     NameOf<ClientCase>);
 
@@ -100,36 +91,28 @@ class DhcpServerFile : public Dhcp, public ::testing::WithParamInterface<ServerC
 
 TEST_P(DhcpServerFile, WrittenThenServerStarted) {
   Store(kStatic);
-  Store({{"dh", "c0a80164:c0a80170:c0a80180:c0a801c8"},
-         {"dhgw", "c0a80101"},
-         {"dhdn", "08080808:01010101"},
-         {"dhds", "example.local"}});
+  Store({{"dh", "c0a80164:c0a80170:c0a80180:c0a801c8"}, {"dhgw", "c0a80101"},
+         {"dhdn", "08080808:01010101"}, {"dhds", "example.local"}});
   Store(GetParam().settings);
   Configure(true);
   EXPECT_EQ(platform.Log(), "Starting DHCP server for 'eth0'\n");
   EXPECT_EQ(world.files[kConf],
-            "interface eth0\n"
-            "pidfile /var/run/udhcpd-eth0.pid\n"
-            "lease_file /var/run/udhcpd-eth0.leases\n"
-            "start 192.168.1.100\n"
-            "end 192.168.1.200\n"
-            "option subnet 255.255.255.0\n" +
-                GetParam().tail);
+            "interface eth0\npidfile /var/run/udhcpd-eth0.pid\n"
+            "lease_file /var/run/udhcpd-eth0.leases\nstart 192.168.1.100\nend 192.168.1.200\n"
+            "option subnet 255.255.255.0\n" + GetParam().tail);
   EXPECT_EQ(Runs(kUdhcpd).size(), 1u);
 }
 
+const std::string kRouter = "option router 192.168.1.1\n";
+const std::string kDomain = "option domain example.local\n";
 // Which domain names are valid is the network helpers' test.
 INSTANTIATE_TEST_SUITE_P(
     Stored, DhcpServerFile,
     ::testing::Values(
-        ServerCase{"Full",
-                   {},
-                   "option router 192.168.1.1\nopt dns 8.8.8.8\nopt dns 1.1.1.1\n"
-                   "option domain example.local\n"},
-        ServerCase{"NoRouterNoDns", {{"dhgw", "0"}, {"dhdn", ""}}, "option domain example.local\n"},
-        ServerCase{"DomainWithSlash",
-                   {{"dhds", "a/b"}, {"dhdn", "09090909"}},
-                   "option router 192.168.1.1\nopt dns 9.9.9.9\n"}),
+        ServerCase{"Full", {}, kRouter + "opt dns 8.8.8.8\nopt dns 1.1.1.1\n" + kDomain},
+        ServerCase{"NoRouterNoDns", {{"dhgw", "0"}, {"dhdn", ""}}, kDomain},
+        ServerCase{"DomainWithSlash", {{"dhds", "a/b"}, {"dhdn", "09090909"}},
+                   kRouter + "opt dns 9.9.9.9\n"}),
     NameOf<ServerCase>);
 
 TEST_F(Dhcp, ServerStartedEvenWhenFileCannotBeWritten) {
@@ -142,8 +125,7 @@ TEST_F(Dhcp, ServerStartedEvenWhenFileCannotBeWritten) {
   EXPECT_EQ(Runs(kUdhcpd).size(), 1u);
 }
 
-// A start without a server of its own, or on a port that is a DHCP client,
-// stops the one running (the stop itself is the command tests').
+// A start without a server of its own, or on a DHCP client, stops the one running.
 TEST_F(Dhcp, ServerNotEnabledOrOnAClientStopsTheRunningOne) {
   const std::string kAlsoClient =
       "DHCP server is not available on 'eth0' since it is also a DHCP client.\n";

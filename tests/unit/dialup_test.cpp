@@ -1,6 +1,4 @@
-#include <string>
 #include <sys/wait.h>
-#include <vector>
 
 #include "apps/steps/dialup.h"
 #include "lib/platform/system/detached_process.h"
@@ -9,8 +7,7 @@
 namespace corvo::test {
 namespace {
 
-// The files' fixed lines, starting pppd and stopping it are pinned by the
-// command tests; here the stored values and the actions without them.
+// The files' fixed lines and running pppd are the command tests'; here the stored values.
 class Dialup : public StepTest {
  protected:
   Dialup() { world.files["/dev/modem"] = ""; }
@@ -65,25 +62,15 @@ INSTANTIATE_TEST_SUITE_P(
     Cases, DialupFiles,
     ::testing::Values(
         F{"EmptyValues", {}, "OK ATDT\n", "\nuser ''\npassword ''\n", ""},
-        F{"QuotesInPassword",
-          {{"du", "me"}, {"dp", "say \"hi\" now"}},
-          "OK ATDT\n",
-          "\nuser 'me'\npassword 'say \"hi\" now'\n",
-          ""},
-        F{"InitEscaped",
-          {{"di", "AT&F \"x\\y\"\x7f\t\xc3\xa9~"}, {"dn", "1"}},
-          "OK \"AT&F \\042x\\134y\\042\\177\\011\\303\\251~\"\nOK ATDT1\n",
-          "",
-          ""},
+        F{"QuotesInPassword", {{"du", "me"}, {"dp", "say \"hi\" now"}}, "OK ATDT\n",
+          "\nuser 'me'\npassword 'say \"hi\" now'\n", ""},
+        F{"InitEscaped", {{"di", "AT&F \"x\\y\"\x7f\t\xc3\xa9~"}, {"dn", "1"}},
+          "OK \"AT&F \\042x\\134y\\042\\177\\011\\303\\251~\"\nOK ATDT1\n", "", ""},
         F{"NewlineInUser", {{"du", "a\nb"}}, "", "", kBadUser},
         F{"UserBeforePassword", {{"du", "\r"}, {"dp", "'"}, {"dn", "x"}}, "", "", kBadUser},
         F{"PasswordBeforeNumber", {{"dp", "it's"}, {"dn", "x"}}, "", "", kBadPassword},
         F{"CarriageReturnInPassword", {{"dp", "a\r"}}, "", "", kBadPassword},
-        F{"NumberWithDash",
-          {{"dn", "555-1234"}},
-          "",
-          "",
-          "Dialup number contains invalid character"},
+        F{"NumberWithDash", {{"dn", "5-1"}}, "", "", "Dialup number contains invalid character"},
         F{"LinkParameterNotNumber", {{"im", "ten"}}, "", "", "Invalid dialup link parameter"}),
     NameOf<FilesCase>);
 

@@ -1,16 +1,14 @@
 #include "lib/platform/settings/interface_reader.h"
 
 #include <functional>
-#include <gtest/gtest.h>
 #include <sstream>
 #include <stdexcept>
-#include <string>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include "lib/platform/recording_platform.h"
 #include "tests/support/passphrase_obfuscator.h"
+#include "tests/unit/step_test.h"
 
 namespace corvo::PersistentNetworkConfig {
 namespace {
@@ -29,8 +27,6 @@ using Accessor = std::function<std::string(const Readers&)>;
 std::string Call(const Accessor& accessor, const Readers& readers) {
   try {
     return accessor(readers);
-  } catch (const std::invalid_argument& e) {
-    return std::string("invalid_argument: ") + e.what();
   } catch (const std::out_of_range& e) {
     return std::string("out_of_range: ") + e.what();
   } catch (const std::runtime_error& e) {
@@ -45,24 +41,11 @@ struct Case {
   std::string expected;
   int reads = 1;
 };
-void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
 
 // Readers over a recorded store that counts its reads.
-class ReaderTest : public ::testing::Test {
+class ReaderTest : public test::StepTest {
  protected:
-  ReaderTest() {
-    m_platform.world.on_read = [this](const std::string&, const std::string&) { ++m_reads; };
-  }
-  void Set(const std::string& section, const std::string& key, const std::string& value) {
-    m_platform.world.Set(section, key, value);
-  }
-  InterfaceReader Interface(const std::string& ifname, const std::string& serial = "SER123") {
-    return InterfaceReader(ifname, m_registry, serial);
-  }
-  HostReader Host(const std::string& serial = "SER123") { return HostReader(m_registry, serial); }
-
-  RecordingPlatform m_platform;
-  Registry& m_registry = m_platform.Get().registry;
+  ReaderTest() { world.on_read = [this](const std::string&, const std::string&) { ++m_reads; }; }
   int m_reads = 0;
 };
 
@@ -73,9 +56,10 @@ TEST_P(ReaderCaseTest, ParsesStoredValue) {
   const Case& c = GetParam();
   std::istringstream settings(c.settings);
   for (std::string item; std::getline(settings, item, ';');) {
-    Set(".omba", item.substr(0, item.find('=')), item.substr(item.find('=') + 1));
+    world.Set(".omba", item.substr(0, item.find('=')), item.substr(item.find('=') + 1));
   }
-  EXPECT_EQ(Call(c.accessor, {Interface("eth0"), Host()}), c.expected);
+  const HostReader host(platform.Get().registry, "S1");
+  EXPECT_EQ(Call(c.accessor, {Reader("eth0"), host}), c.expected);
   EXPECT_EQ(m_reads, c.reads);
 }
 
@@ -91,13 +75,7 @@ const std::string kStoulRange = "out_of_range: stoul";
 #define LIST(call) ACCESSOR(fmt::format("{}", fmt::join(r.iface.call(), ",")))
 #define IPS(call) ACCESSOR(fmt::format("{:08x}", fmt::join(r.iface.call(), ",")))
 
-// Plain values the command tests already set (a static address and netmask,
-// the DHCP server's range and router, the VLAN list, forwarding 2, MTU and
-// rate in hex, host name and client identifier from the serial) are left to
-// them; so are the values the step tests store: forwarding modes
-// (host_forwarding_test), no rate "-" (shaper_test), no client identifier "-"
-// (dhcp_test), and the errors of a channel, dial-up link parameter or VLAN list
-// that is no number (wifi_bringup_test, dialup_test, interface_configuration_test).
+// Plain values that the command tests or the step tests store are left to them.
 INSTANTIATE_TEST_SUITE_P(
     Table, ReaderCaseTest,
     ::testing::Values(
@@ -114,13 +92,10 @@ INSTANTIATE_TEST_SUITE_P(
                                   r.iface.DialupLinkParameter(), r.iface.Mtu(),
                                   r.host.Forwarding())),
              "00000000 '' false 0 false 0 -1 0", 8},
-        // Plain texts, each from its own key.
-        Case{"TextKeys", "wi=a;wc=b;ws=c;ww=d;wo=e;du=f;dp=g;dn=h;di=i;nd=j;dhds=k",
-             ACCESSOR(r.iface.Ssid() + r.iface.Identity() + r.iface.SecurityOptions() +
-                      r.iface.Dot1xMethod() + r.iface.Dot1xOptions() + r.iface.DialupUser() +
-                      r.iface.DialupPassword() + r.iface.DialupNumber() + r.iface.DialupInit() +
-                      r.iface.DomainName() + r.iface.DhcpServerDomain()),
-             "abcdefghijk", 11},
+        // Plain texts, each from its own key, that no command test stores.
+        Case{"TextKeys", "ws=a;wo=b;nd=c",
+             ACCESSOR(r.iface.SecurityOptions() + r.iface.Dot1xOptions() + r.iface.DomainName()),
+             "abc", 3},
         Case{"AccessPointZero", "wm=0", NUM(IsAccessPoint), "1"},
         Case{"Base64PrefixCut", "wa=[base64", STR(CaCertificate), "[base64"},
         Case{"Base64Plain", "wt=-----BEGIN", STR(ClientCertificate), "-----BEGIN"},
@@ -147,44 +122,35 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"MtuGarbage", "mtu=zz", NUM(Mtu), "-1"},
         Case{"VlansEmptyPieces", "vlans=,,7,, 8,-1,4095,99999999999", LIST(Vlans), "7,8,4095"},
         Case{"HostName", "hn=player", ACCESSOR(r.host.HostName()), "player"}),
-    [](const ::testing::TestParamInfo<Case>& param_info) { return param_info.param.name; });
-
-struct SectionCase {
-  std::string ifname;
-  std::string section;
-};
-
-class SectionRuleTest : public ReaderTest, public ::testing::WithParamInterface<SectionCase> {};
-
-TEST_P(SectionRuleTest, ReadsFromTheInterfaceSection) {
-  Set(GetParam().section, "wi", "found");
-  const InterfaceReader reader = Interface(GetParam().ifname);
-  EXPECT_EQ(reader.Section(), GetParam().section);
-  EXPECT_EQ(reader.InterfaceName(), GetParam().ifname);
-  EXPECT_EQ(reader.Ssid(), "found");
-}
+    [](const auto& param_info) { return param_info.param.name; });
 
 // eth0, wlan0, ppp0 and eth1 read their sections in the command tests.
-INSTANTIATE_TEST_SUITE_P(Names, SectionRuleTest,
-                         ::testing::Values(SectionCase{"eth0.12", ".net.eth0.12"},
-                                           SectionCase{"eth0 ", ".net.eth0 "}));
+TEST_F(ReaderTest, OtherInterfacesReadTheirOwnSection) {
+  for (const std::string ifname : {"eth0.12", "eth0 "}) {
+    world.Set(".net." + ifname, "wi", ifname);
+    const InterfaceReader reader = Reader(ifname);
+    EXPECT_EQ(reader.Section(), ".net." + ifname);
+    EXPECT_EQ(reader.InterfaceName(), ifname);
+    EXPECT_EQ(reader.Ssid(), ifname);
+  }
+}
 
 TEST_F(ReaderTest, NothingIsCached) {
-  const InterfaceReader reader = Interface("wlan0");
-  Set(".omba1", "mtu", "5dc");
+  const InterfaceReader reader = Reader("wlan0");
+  world.Set(".omba1", "mtu", "5dc");
   EXPECT_EQ(reader.Mtu(), 1500);
-  Set(".omba1", "mtu", "5de");
+  world.Set(".omba1", "mtu", "5de");
   EXPECT_EQ(reader.Mtu(), 1502);
   EXPECT_EQ(m_reads, 2);
 }
 
 TEST_F(ReaderTest, PassphraseUsesTheStoredCustomerKey) {
-  Set("customer", "obfuscation_key", "customer-key");
-  Set(".omba1", "wp", test::ObfuscatePassphrase('C', "customer-key", "secret one"));
-  const InterfaceReader reader = Interface("wlan0");
+  world.Set("customer", "obfuscation_key", "customer-key");
+  world.Set(".omba1", "wp", test::ObfuscatePassphrase('C', "customer-key", "secret one"));
+  const InterfaceReader reader = Reader("wlan0");
   EXPECT_EQ(reader.Passphrase(), "secret one");
   EXPECT_EQ(m_reads, 2);
-  Set(".omba1", "wp", test::ObfuscatePassphrase('A', BuiltInObfuscationKey(), "secret two"));
+  world.Set(".omba1", "wp", test::ObfuscatePassphrase('A', BuiltInObfuscationKey(), "secret two"));
   EXPECT_EQ(reader.Passphrase(), "secret two");
   EXPECT_EQ(m_reads, 3);
 }

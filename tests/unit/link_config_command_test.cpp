@@ -1,35 +1,9 @@
-#include <map>
-#include <string>
-#include <vector>
-
 #include "apps/linkrig/interface_name.h"
 #include "apps/linkrig/link_config_command.h"
 #include "tests/unit/step_test.h"
 
 namespace corvo::test {
 namespace {
-
-// The steps a run took, told by what they changed.
-Lines Steps(const Lines& effects) {
-  static const std::vector<std::pair<std::string, std::string>> kSteps = {
-      {"run /sbin/dhcpcd ", "dhcp"},           {"run tc qdisc add", "shaper add"},
-      {"run tc qdisc del", "shaper remove"},   {"run /sbin/iptables -t nat -F", "forwarding"},
-      {"run /sbin/iptables -t nat -A", "nat"}, {"supplicant", "supplicant"},
-  };
-  Lines steps;
-  for (const std::string& effect : effects) {
-    for (const auto& [prefix, step] : kSteps) {
-      if (effect.rfind(prefix, 0) != 0) continue;
-      std::string word = step;
-      if (step == "dhcp") {
-        word = (effect.find(" -x ") != effect.npos ? "dhcp stop " : "dhcp start ") +
-               effect.substr(effect.rfind(' ') + 1);
-      }
-      if (steps.empty() || steps.back() != word) steps.push_back(word);
-    }
-  }
-  return steps;
-}
 
 class Command : public StepTest {
  protected:
@@ -56,8 +30,7 @@ struct DispatchCase {
 
 class Dispatch : public Command, public ::testing::WithParamInterface<DispatchCase> {};
 
-// The order of the steps; each step's own effects are pinned by its tests, and
-// the host, the dial-up link and the actions that do nothing by the command tests.
+// The order of the steps; each step's own effects are pinned by its own tests.
 TEST_P(Dispatch, RunsTheStepsInOrder) {
   EXPECT_EQ(Run(GetParam().ifname, GetParam().action), 0) << platform.Log();
   EXPECT_EQ(Steps(platform.Effects()), GetParam().steps);
@@ -66,10 +39,6 @@ TEST_P(Dispatch, RunsTheStepsInOrder) {
 const Lines kStop{"dhcp stop eth1", "forwarding", "shaper remove"};
 const Lines kStart{"dhcp start eth1", "forwarding", "shaper add"};
 const Lines kWlanStart{"dhcp start wlan0", "forwarding", "shaper add"};
-Lines Join(Lines a, const Lines& b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
-}
 
 INSTANTIATE_TEST_SUITE_P(
     Table, Dispatch,
@@ -79,20 +48,17 @@ INSTANTIATE_TEST_SUITE_P(
         DispatchCase{"Eth1Reconfigure", "eth1", "reconfigure", Join(kStop, kStart)},
         DispatchCase{"Wlan0Start", "wlan0", "start",
                      Join({"supplicant", "dhcp stop wlan0", "forwarding"}, kWlanStart)},
-        DispatchCase{
-            "Wlan0Reconfigure", "wlan0", "reconfigure",
-            Join({"dhcp stop wlan0", "forwarding", "shaper remove", "supplicant"}, kWlanStart)}),
+        DispatchCase{"Wlan0Reconfigure", "wlan0", "reconfigure",
+                     Join({"dhcp stop wlan0", "forwarding", "shaper remove", "supplicant"},
+                          kWlanStart)}),
     NameOf<DispatchCase>);
 
-TEST_F(Command, UpdateRunsNatOnlyInNatModeOnTheDefaultRoute) {
+// NAT on an update in mode 2 is the NAT command test's; mode 1 only routes.
+TEST_F(Command, UpdateRunsNoNatOutsideNatMode) {
   world.default_routes.insert("eth1");
-  for (const auto& [mode, nat] :
-       std::vector<std::pair<std::string, bool>>{{"2", true}, {"1", false}}) {
-    platform.ClearEffects();
-    Store({{"forwarding", mode}});
-    EXPECT_EQ(Run("eth1", "update"), 0);
-    EXPECT_EQ(Steps(platform.Effects()), nat ? Lines{"nat"} : Lines{}) << "forwarding " << mode;
-  }
+  Store({{"forwarding", "1"}});
+  EXPECT_EQ(Run("eth1", "update"), 0);
+  EXPECT_EQ(Steps(platform.Effects()), Lines{});
 }
 
 // Bad names and the 15-character limit are run through the program itself.

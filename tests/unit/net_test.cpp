@@ -39,14 +39,13 @@ std::string Error(const std::function<void()>& run) {
 struct RouteCase {
   const char* name;
   const char* body;
-  const char* ifname;
-  std::uint32_t expected;
+  std::uint32_t expected;  // eth0's default gateway
 };
 
 class DefaultGatewayTest : public ::testing::TestWithParam<RouteCase> {};
 
 TEST_P(DefaultGatewayTest, FindsTheInterfacesDefaultRoute) {
-  EXPECT_EQ(GatewayIn(GetParam().body, GetParam().ifname), GetParam().expected);
+  EXPECT_EQ(GatewayIn(GetParam().body, "eth0"), GetParam().expected);
 }
 
 // One /proc/net/route line: interface, destination, gateway, flags, metric, mask.
@@ -55,21 +54,19 @@ TEST_P(DefaultGatewayTest, FindsTheInterfacesDefaultRoute) {
 #define DEFAULT(ifname, gw, flags) ROUTE(ifname, "00000000", gw, flags, "0", "00000000")
 #define SUBNET ROUTE("eth0", "0001A8C0", "00000000", "0001", "0", "00FFFFFF")
 
-// Addresses appear in network byte order, as the kernel prints them on a
-// little-endian host. A lone default route is the network time command test's.
+// Addresses in network byte order, as the kernel prints them on a little-endian host.
 INSTANTIATE_TEST_SUITE_P(
     RouteTable, DefaultGatewayTest,
     ::testing::Values(
-        RouteCase{"other_interface_only", DEFAULT("wlan0", "0101A8C0", "0003"), "eth0", 0},
-        RouteCase{"no_gateway_flag", DEFAULT("eth0", "0101A8C0", "0001"), "eth0", 0},
-        RouteCase{"route_down", DEFAULT("eth0", "0101A8C0", "0002"), "eth0", 0},
-        RouteCase{"subnet_route_not_default", SUBNET, "eth0", 0},
+        RouteCase{"other_interface_only", DEFAULT("wlan0", "0101A8C0", "0003"), 0},
+        RouteCase{"no_gateway_flag", DEFAULT("eth0", "0101A8C0", "0001"), 0},
+        RouteCase{"route_down", DEFAULT("eth0", "0101A8C0", "0002"), 0},
+        RouteCase{"subnet_route_not_default", SUBNET, 0},
         RouteCase{"first_default_wins",
-                  SUBNET ROUTE("eth0", "00000000", "0201A8C0", "0003", "100", "00000000")
-                      ROUTE("eth0", "00000000", "0301A8C0", "0003", "200", "00000000"),
-                  "eth0", 0xC0A80102},
-        RouteCase{"name_is_whole_word", DEFAULT("eth0.12", "0101A8C0", "0003"), "eth0", 0},
-        RouteCase{"empty_table", "", "eth0", 0}),
+                  SUBNET DEFAULT("eth0", "0201A8C0", "0003") DEFAULT("eth0", "0301A8C0", "0003"),
+                  0xC0A80102},
+        RouteCase{"name_is_whole_word", DEFAULT("eth0.12", "0101A8C0", "0003"), 0},
+        RouteCase{"empty_table", "", 0}),
     [](const auto& case_info) { return std::string(case_info.param.name); });
 
 TEST(RouteTableErrors, MalformedLineAndUnreadableTable) {
@@ -84,23 +81,15 @@ TEST(RouteTableErrors, MalformedLineAndUnreadableTable) {
 }
 
 // FormatIPv4 is pinned by the DHCP server's file in the DHCP command test.
-TEST(Formatting, Mac) {
+TEST(NetHelpers, FormatMacReadSockAddrAndCheckDomainNames) {
   const unsigned char mac[6] = {0x00, 0x11, 0x22, 0xAA, 0xBB, 0xCC};
   EXPECT_EQ(corvo::net::FormatMac(mac), "00:11:22:aa:bb:cc");
-}
-
-TEST(Formatting, SockAddrIn) {
-  struct sockaddr_in in = {};
-  in.sin_family = AF_INET;
-  in.sin_addr.s_addr = htonl(0x0A000001);
-  struct sockaddr sa;
+  const sockaddr_in in{AF_INET, 0, {htonl(0x0A000001)}, {}};
+  sockaddr sa;
   std::memcpy(&sa, &in, sizeof sa);
   EXPECT_EQ(corvo::net::GetSockAddrIn(sa), 0x0A000001u);
   sa.sa_family = AF_INET6;
   EXPECT_THROW(corvo::net::GetSockAddrIn(sa), std::runtime_error);
-}
-
-TEST(DomainName, AcceptsOnlyPlainNames) {
   EXPECT_TRUE(corvo::net::IsValidDomainName("example.local"));
   EXPECT_TRUE(corvo::net::IsValidDomainName("a-b_c.9"));
   for (const char* bad : {"", "has space", "a/b", "caf\xc3\xa9", "semi;colon"}) {
@@ -108,15 +97,12 @@ TEST(DomainName, AcceptsOnlyPlainNames) {
   }
 }
 
-TEST(KernelQueries, MissingInterface) {
+// Writing the forwarding switch is the NAT command test's, on the player's own one.
+TEST(KernelQueries, MissingInterfaceAndUnwritableSwitch) {
   EXPECT_FALSE(corvo::net::InterfaceHasLink("nosuchif0"));
   EXPECT_EQ(corvo::net::GetIPAddress(corvo::net::InterfaceSocket("lo")), 0x7F000001u);
   EXPECT_EQ(Error([] { corvo::net::GetIPAddress(corvo::net::InterfaceSocket("nosuchif0")); }),
             "GetIPAddress: No such device");
-}
-
-// Writing the switch is the NAT command test's, on the player's own one.
-TEST(IpForwarding, UnwritableSwitchThrows) {
   EXPECT_THROW(corvo::net::SetIpForwarding(true, "/nonexistent/dir/ip_forward"),
                corvo::ErrnoException);
 }

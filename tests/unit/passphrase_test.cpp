@@ -61,7 +61,6 @@ struct RecoverCase {
   std::string key;  // empty: the built-in key
   std::string passphrase;
 };
-void PrintTo(const RecoverCase& c, std::ostream* os) { *os << c.name; }
 
 class PassphraseRecoverTest : public ::testing::TestWithParam<RecoverCase> {};
 
@@ -140,13 +139,10 @@ TEST(PassphraseDeathTest, ShortSaltFieldAborts) {
       "LHS: salt_size = 8\nRHS: SALT_SIZE = 16\n.*`salt_size==SALT_SIZE'");
 }
 
-TEST(HexTest, RoundTripAndLimits) {
-  const std::uint8_t bytes[] = {0x00, 0xab, 0xff};
-  EXPECT_EQ(HexEncode(bytes, sizeof bytes), "00abff");
-  EXPECT_EQ(HexDecode("00ABff"), std::vector<std::uint8_t>(bytes, bytes + 3));
+// Encoding and decoding otherwise are the passphrase and WiFi key tests'.
+TEST(HexTest, DecodingIntoATooSmallBufferThrows) {
   std::uint8_t out[2];
   EXPECT_THROW(HexDecode("001122", out, sizeof out), std::runtime_error);
-  EXPECT_EQ(HexDecode("", out, sizeof out), 0u);
 }
 
 }  // namespace

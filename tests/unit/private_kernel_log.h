@@ -5,11 +5,8 @@
 
 namespace corvo {
 
-// For a test's child: assertions write their line to /dev/kmsg by design, and
-// the kernel log of the machine running the tests is no place for it. A mount
-// namespace of its own with `cover` (by default /dev/null) over /dev/kmsg
-// keeps it out; without the rights for that (not root) the line gets through
-// and the result is false.
+// For a test's child: assertions also write to /dev/kmsg, which a private mount of
+// `cover` hides from this machine's kernel log. False without the rights (not root).
 inline bool KeepKernelLogPrivate(const char* cover = "/dev/null") {
   return unshare(CLONE_NEWNS) == 0 &&
          mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&

@@ -3,12 +3,8 @@
 #include <arpa/inet.h>
 
 #include <cstring>
-#include <map>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
-#include "lib/platform/system/real_os.h"
 #include "tests/unit/step_test.h"
 
 namespace corvo::test {
@@ -30,7 +26,6 @@ InterfaceAddress Family(int family) { return InterfaceAddress{family, {}, 0, {}}
 const char kLeds[] = "/sys/class/leds/";
 
 // The LED files as the writes left them, relative to the LED's directory.
-// How each pattern is written is the LED class's own test.
 class Led : public StepTest {
  protected:
   Led() {
@@ -52,60 +47,44 @@ class Led : public StepTest {
 const Lines kOff{"brightness \"0\""}, kOn{"brightness \"255\""};
 const Lines kBlink500{"trigger \"timer\"", "brightness \"255\"", "delay_off \"500\"",
                       "delay_on \"500\""};
-const Lines kBlink100{"trigger \"timer\"", "brightness \"255\"", "delay_off \"900\"",
-                      "delay_on \"100\""};
 
 struct WiredCase {
   const char* name;
-  bool link;
   std::vector<InterfaceAddress> addresses;
   Lines writes;
 };
 
 class WiredLed : public Led, public ::testing::WithParamInterface<WiredCase> {};
 
-TEST_P(WiredLed, PatternFollowsLinkAndAddresses) {
-  if (GetParam().link) world.links.insert("eth0");
+TEST_P(WiredLed, PatternWithLinkFollowsTheAddresses) {
+  world.links.insert("eth0");
   world.addresses["eth0"] = GetParam().addresses;
   // Addresses of another interface never count.
   world.addresses["eth1"] = {Ip("10.0.0.1", 8)};
   EXPECT_EQ(Update("eth0"), GetParam().writes);
 }
 
+// With link, a plain address is the command tests' (test_kill: steady on after a lease).
 using W = WiredCase;
 INSTANTIATE_TEST_SUITE_P(
     Rules, WiredLed,
-    ::testing::Values(W{"LinkNoAddress", true, {}, kBlink500},
-                      W{"LinkOnlyPacketEntry", true, {Family(AF_PACKET)}, kBlink500},
-                      W{"LinkIPv4", true, {Family(AF_PACKET), Ip("192.168.1.10", 24)}, kOn},
-                      W{"NoLinkIPv4", false, {Ip("192.168.1.10", 24)}, kOff},
-                      W{"LinkAutoIPv4", true, {Ip("169.254.3.4", 16)}, kBlink500},
-                      W{"Link169With15BitMask", true, {Ip("169.254.3.4", 15)}, kOn},
-                      W{"LinkIPv6LinkLocalUpper", true, {Ip("febf::1")}, kBlink500},
-                      W{"LinkIPv6JustAboveLinkLocal", true, {Ip("fec0::1")}, kOn},
-                      W{"LinkUnspecifiedEntry", true, {Family(AF_UNSPEC)}, kOn},
-                      W{"LinkLocalThenGlobal",
-                        true,
-                        {Ip("fe80::1"), Ip("169.254.1.1", 16), Ip("10.1.2.3", 8)},
-                        kOn}),
+    ::testing::Values(W{"NoAddress", {}, kBlink500},
+                      W{"OnlyPacketEntry", {Family(AF_PACKET)}, kBlink500},
+                      W{"AutoIPv4", {Ip("169.254.3.4", 16)}, kBlink500},
+                      W{"AutoIPv4With15BitMask", {Ip("169.254.3.4", 15)}, kOn},
+                      W{"IPv6LinkLocalUpper", {Ip("febf::1")}, kBlink500},
+                      W{"IPv6JustAboveLinkLocal", {Ip("fec0::1")}, kOn},
+                      W{"UnspecifiedEntry", {Family(AF_UNSPEC)}, kOn},
+                      W{"LocalThenGlobal",
+                        {Ip("fe80::1"), Ip("169.254.1.1", 16), Ip("10.1.2.3", 8)}, kOn}),
     NameOf<WiredCase>);
 
-// The supplicant's states as link levels are the supplicant client's tests;
-// scanning, an associated station and one with an address the guest's scenarios.
-TEST_F(Led, WirelessPatternFollowsTheLinkLevel) {
-  world.links.insert("wlan0");  // link alone is not enough for steady on
-  const struct {
-    const char* state;  // nullptr: the supplicant does not manage wlan0
-    const char* mode;   // the current network's mode; nullptr: no current network
-    Lines writes;
-  } cases[] = {
-      {nullptr, nullptr, kOff}, {"4way_handshake", nullptr, kBlink100}, {"completed", "2", kOn}};
-  for (const auto& c : cases) {
-    world.files = {{std::string(kLeds) + "wifi/brightness", ""}};  // as if never written
-    if (c.state) world.supplicant_interfaces["wlan0"].state = c.state;
-    if (c.mode) world.supplicant_interfaces["wlan0"].current_mode = c.mode;
-    EXPECT_EQ(Update("wlan0"), c.writes) << (c.state ? c.state : "not managed");
-  }
+// Station and access point link levels light the LED in the guest's scenarios.
+TEST_F(Led, OffWithoutLinkOrWhileTheSupplicantDoesNotManageWlan0) {
+  world.addresses["eth0"] = {Ip("192.168.1.10", 24)};
+  EXPECT_EQ(Update("eth0"), kOff);
+  world.links.insert("wlan0");  // link alone is not enough
+  EXPECT_EQ(Update("wlan0"), kOff);
 }
 
 TEST_F(Led, OtherInterfacesAndDevicesWithoutLedsWriteNothing) {
@@ -131,19 +110,6 @@ TEST_F(Led, AddressListFailuresReachTheCaller) {
     world.addresses["eth0"] = {odd};
   }
   EXPECT_TRUE(platform.Effects().empty());
-}
-
-TEST(RealAddressList, LoopbackHasItsAddresses) {
-  RealNetworkState network;
-  bool ipv4 = false;
-  for (const InterfaceAddress& entry : network.InterfaceAddresses("lo")) {
-    if (entry.family != AF_INET) continue;
-    ipv4 = true;
-    EXPECT_EQ(entry.address, (std::vector<std::uint8_t>{127, 0, 0, 1}));
-    EXPECT_EQ(entry.netmask, (std::vector<std::uint8_t>{255, 0, 0, 0}));
-  }
-  EXPECT_TRUE(ipv4);
-  EXPECT_TRUE(network.InterfaceAddresses("no-such-if0").empty());
 }
 
 }  // namespace

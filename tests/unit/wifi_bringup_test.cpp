@@ -1,12 +1,10 @@
 #include <cerrno>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 #include "apps/steps/wifi_bringup.h"
 #include "lib/platform/base/errno_exception.h"
 #include "lib/platform/bus/bus_error.h"
-#include "tests/unit/wifi_test.h"
+#include "tests/unit/step_test.h"
 
 namespace corvo::test {
 namespace {
@@ -41,8 +39,7 @@ class WifiBringup : public WifiTest {
   std::string error;
 };
 
-// The wireless port's failure, and the wait for a port that comes late or
-// never, are the command tests'.
+// The wireless port's failure and a port that comes late or never are the command tests'.
 TEST_F(WifiBringup, WiredJoinThatCannotStartIsReported) {
   world.supplicant_running = false;
   WiredPeap();
@@ -170,14 +167,11 @@ TEST_F(StepTest, ClockFromCertificateSetsOnlyAClockThatWasNeverSet) {
   EXPECT_EQ(platform.Log(), "");
   EXPECT_TRUE(platform.Effects().empty());
   SetClockFromCertificate(start, platform);
-  EXPECT_EQ(platform.Log(),
-            "linkrig: WPA/Enterprise active but time not set, setting based on client "
-            "certificate - " +
-                std::string(text));
+  EXPECT_EQ(platform.Log(), "linkrig: WPA/Enterprise active but time not set, setting based on "
+                            "client certificate - " + std::string(text));
   const Lines set{"clock 1927857906.000000", "write /var/run/linkrig-clock-set \"1927857906\\n\""};
   EXPECT_EQ(platform.Effects(), set);
-  // An activation time before the build leaves a clock that reads as never set:
-  // the marker keeps a later run from setting it back.
+  // A clock set to before the build reads as never set: the marker keeps it from going back.
   world.time_is_set = false;
   SetClockFromCertificate(start + 3600, platform);
   EXPECT_EQ(platform.Effects(), set);
