@@ -48,14 +48,11 @@ class Mock:
 
 @pytest.fixture(scope="module")
 def mock_world():
-    p = Player().start()
-    try:
+    with Player() as p:
         mock = Mock(p)
         yield mock
         mock.bus.close()
-    finally:
-        p.close()
-        assert_no_leftovers([p])
+    assert_no_leftovers([p])
 
 
 @pytest.fixture
