@@ -76,10 +76,10 @@ def _text(value):
 
 
 def _interface_methods():
-    state = {"networks": itertools.count(), "blobs": {}}
+    numbers, blobs = itertools.count(), set()
 
     def add_network(self, args):
-        path = f"{self.path}/Networks/{next(state['networks'])}"
+        path = f"{self.path}/Networks/{next(numbers)}"
         props = dbus.Dictionary(
             {k: dbus.String(_text(v), variant_level=1) for k, v in args.items()}, signature="sv")
         _root.AddObject(path, NETWORK_IFACE, {"Properties": props}, [])
@@ -96,31 +96,22 @@ def _interface_methods():
     def select_network(self, path):
         self.props[INTERFACE_IFACE]["CurrentNetwork"] = dbus.ObjectPath(path)
 
-    def add_blob(self, name, data):
-        state["blobs"][str(name)] = bytes(data)
-        self.props[INTERFACE_IFACE]["Blobs"] = _blobs(state["blobs"])
-
     def remove_blob(self, name):
-        if name not in state["blobs"]:
+        if name not in blobs:
             raise dbus.exceptions.DBusException(name, name=ERROR + "BlobUnknown")
-        del state["blobs"][str(name)]
-        self.props[INTERFACE_IFACE]["Blobs"] = _blobs(state["blobs"])
+        blobs.remove(name)
 
     signal = dbus.Dictionary({"rssi": dbus.Int32(-50, variant_level=1),
                               "linkspeed": dbus.Int32(54, variant_level=1),
                               "frequency": dbus.UInt32(2412, variant_level=1)}, signature="sv")
     return [("AddNetwork", "a{sv}", "o", add_network), ("RemoveNetwork", "o", "", remove_network),
-            ("SelectNetwork", "o", "", select_network), ("AddBlob", "say", "", add_blob),
-            ("RemoveBlob", "s", "", remove_blob), ("Scan", "a{sv}", "", lambda self, args: None),
+            ("SelectNetwork", "o", "", select_network), ("RemoveBlob", "s", "", remove_blob),
+            ("AddBlob", "say", "", lambda self, name, _: blobs.add(name)),
+            ("Scan", "a{sv}", "", lambda self, args: None),
             ("SignalPoll", "", "a{sv}", lambda self: signal)]
 
 
-def _blobs(blobs):
-    return dbus.Dictionary({k: dbus.ByteArray(v) for k, v in blobs.items()}, signature="say",
-                           variant_level=1)
-
-
-def _create_interface(ifname, driver):
+def _create_interface(ifname):
     paths = _root.interfaces
     path = f"{MAIN_OBJ}/Interfaces/{next(_root.interface_numbers)}"
     props = {"State": dbus.String("disconnected", variant_level=1),
@@ -128,9 +119,8 @@ def _create_interface(ifname, driver):
              "CurrentBSS": dbus.ObjectPath("/", variant_level=1),
              "CurrentNetwork": dbus.ObjectPath("/", variant_level=1),
              "BSSs": dbus.Array([], signature="o", variant_level=1),
-             "Networks": dbus.Array([], signature="o", variant_level=1), "Blobs": _blobs({}),
-             "Ifname": dbus.String(ifname, variant_level=1),
-             "Driver": dbus.String(driver, variant_level=1)}
+             "Networks": dbus.Array([], signature="o", variant_level=1),
+             "Ifname": dbus.String(ifname, variant_level=1)}
     _root.AddObject(path, INTERFACE_IFACE, props, _interface_methods())
     paths[ifname] = path
     _root.props[MAIN_IFACE]["Interfaces"] = dbus.Array(
@@ -139,8 +129,7 @@ def _create_interface(ifname, driver):
 
 
 def load(mock, parameters):
-    """parameters: {"interfaces": [ifname, ...]} that the daemon already manages
-    (driver "nl80211")."""
+    """parameters: {"interfaces": [ifname, ...]} that the daemon already manages."""
     global _root  # pylint: disable=global-statement
     _root = mock
     _install_journal()
@@ -157,7 +146,7 @@ def load(mock, parameters):
         return dbus.ObjectPath(_root.interfaces[ifname])
 
     def create_interface(self, args):
-        return _create_interface(str(args["Ifname"]), str(args.get("Driver", "")))
+        return _create_interface(str(args["Ifname"]))
 
     mock.AddMethods(MAIN_IFACE, [("GetInterface", "s", "o", get_interface),
                                  ("CreateInterface", "a{sv}", "o", create_interface)])
@@ -180,7 +169,7 @@ def load(mock, parameters):
                                     ("SetObjectProperty", "ossv", "", set_object_property)])
 
     for ifname in parameters.get("interfaces", []):
-        _create_interface(str(ifname), "nl80211")
+        _create_interface(str(ifname))
 
 
 # --- the test side ---
@@ -247,7 +236,8 @@ class SupplicantDouble:
         self.daemon.stop()
         self.bus.close()
 
-    def _mock(self, path):
+    def mock(self, path):
+        """dbusmock's own interface on the object at path (AddMethod, AddObject...)."""
         return dbus.Interface(self.bus.get_object(BUS_NAME, path), MOCK_IFACE)
 
     def _get(self, path, interface, name):
@@ -272,8 +262,7 @@ class SupplicantDouble:
         self.control.Clear()
 
     def fail(self, member, error_name, message="injected", path="", count=1):
-        """The next count calls of member (on path, or any object; count -1:
-        all) fail with error_name. Properties calls are "Get", "Set" or "Get:NAME"."""
+        """The next count (-1: all) calls of member ("Get:NAME" too) on path (or any) fail."""
         self.control.Fail(path, member, error_name, message, count)
 
     def set_property(self, path, interface, name, value):
@@ -284,8 +273,8 @@ class SupplicantDouble:
         self.set_property(self.interface_path(ifname), INTERFACE_IFACE, "State", state)
 
     def _add_object(self, path, interface, properties):
-        self._mock(MAIN_OBJ).AddObject(path, interface, dbus.Dictionary(properties, signature="sv"),
-                                       dbus.Array([], signature="(ssss)"))
+        self.mock(MAIN_OBJ).AddObject(path, interface, dbus.Dictionary(properties, signature="sv"),
+                                      dbus.Array([], signature="(ssss)"))
         return path
 
     def set_current_network(self, ifname, properties):
@@ -309,7 +298,3 @@ class SupplicantDouble:
         if current:
             self.set_property(owner, INTERFACE_IFACE, "CurrentBSS", dbus.ObjectPath(path))
         return path
-
-    def set_method(self, path, interface, name, in_signature, out_signature, code):
-        """Replaces or adds a method, with dbusmock's code string ("ret = ...")."""
-        self._mock(path).AddMethod(interface, name, in_signature, out_signature, code)

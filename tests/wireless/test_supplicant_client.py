@@ -20,13 +20,6 @@ INVALID_ARGS = "EXCEPTION org.freedesktop.DBus.Error.InvalidArgs: "
 DESCRIPTIONS = Path(__file__).resolve().parents[2] / "lib" / "platform" / "supplicant" / "dbus"
 
 
-def probe(p, binary, *args):
-    """Runs supplicant_probe in the player; returns (status, stdout, stderr)."""
-    result = p.run([binary, *args])
-    assert "Sanitizer" not in result.stderr and "runtime error" not in result.stderr, result.stderr
-    return result.returncode, result.stdout, result.stderr
-
-
 def get_property(p, path, interface, name):
     out = p.run(["busctl", "--system", "--json=short", "get-property", SERVICE, path, interface,
                  name], check=True).stdout
@@ -41,44 +34,40 @@ def real(make_player):
     return p
 
 
-def test_real_daemon_creates_the_interface_once_and_reads_its_state(make_player,
-                                                                    supplicant_probe):
+def test_real_daemon_creates_the_interface_once_and_reads_its_state(make_player, probe):
     real = make_player(ports=("eth0",), hwvars=HWVARS)
     # Without the daemon there is no interface either, and the error says why.
-    assert probe(real, supplicant_probe, "link-state", "eth0")[:2] == (0, "0\n")
-    assert probe(real, supplicant_probe, "get", "eth0")[1].startswith(
+    assert probe(real, "link-state", "eth0")[:2] == (0, "0\n")
+    assert probe(real, "get", "eth0")[1].startswith(
         "EXCEPTION org.freedesktop.DBus.Error.ServiceUnknown: ")
     real.start_supplicant()
-    status, out, _ = probe(real, supplicant_probe, "get", "eth0")
-    assert (status, out) == (2, "EXCEPTION fi.w1.wpa_supplicant1.InterfaceUnknown: "
-                                "wpa_supplicant knows nothing about this interface.\n")
-    assert probe(real, supplicant_probe, "link-state", "eth0")[1] == "0\n"
+    assert probe(real, "get", "eth0")[:2] == (
+        2, "EXCEPTION fi.w1.wpa_supplicant1.InterfaceUnknown: "
+           "wpa_supplicant knows nothing about this interface.\n")
+    assert probe(real, "link-state", "eth0")[1] == "0\n"
     # The daemon refuses a second CreateInterface (InterfaceExists): the second
     # call must find the interface instead.
-    status, out, _ = probe(real, supplicant_probe, "get-or-create", "eth0", "--",
-                           "get-or-create", "eth0", "--", "state", "eth0", "--",
-                           "link-state", "eth0")
-    assert (status, out) == (0, "ok\nok\ndisconnected\n1\n")
+    assert probe(real, "get-or-create", "eth0", "--", "get-or-create", "eth0", "--", "state",
+                 "eth0", "--", "link-state", "eth0")[:2] == (0, "ok\nok\ndisconnected\n1\n")
     paths = get_property(real, ROOT, SERVICE, "Interfaces")
     assert len(paths) == 1
     assert get_property(real, paths[0], IFACE, "Driver") == "wired"
 
 
-def test_real_daemon_replaces_blobs_and_removes_networks(real, supplicant_probe):
-    status, out, _ = probe(
-        real, supplicant_probe, "get-or-create", "eth0", "--",
+def test_real_daemon_replaces_blobs_and_removes_networks(real, probe):
+    assert probe(
+        real, "get-or-create", "eth0", "--",
         "set-blob", "eth0", "ca", "0102", "--", "set-blob", "eth0", "ca", "0a0b0c", "--",
         "add-network", "eth0", "ssid=s:lab", "scan_ssid=i:1", "psk=ay:" + "ab" * 32, "--",
         "add-network", "eth0", "ssid=s:other", "--",
-        "has-networks", "eth0", "--", "remove-all", "eth0", "--", "has-networks", "eth0")
-    assert (status, out) == (0, "ok\ntrue\nfalse\n")
+        "has-networks", "eth0", "--", "remove-all", "eth0", "--", "has-networks", "eth0",
+    )[:2] == (0, "ok\ntrue\nfalse\n")
     path = get_property(real, ROOT, SERVICE, "Interfaces")[0]
     assert get_property(real, path, IFACE, "Blobs") == {"ca": [10, 11, 12]}
     assert get_property(real, path, IFACE, "Networks") == []
     # Selecting an open network on a wired port completes at once: a station.
-    status, out, _ = probe(real, supplicant_probe, "add-select-network", "eth0",
-                           "key_mgmt=s:NONE", "--", "state", "eth0", "--", "link-state", "eth0")
-    assert (status, out) == (0, "completed\n3\n")
+    assert probe(real, "add-select-network", "eth0", "key_mgmt=s:NONE", "--", "state", "eth0",
+                 "--", "link-state", "eth0")[:2] == (0, "completed\n3\n")
 
 
 def members(xml, interface):
@@ -89,10 +78,8 @@ def members(xml, interface):
             or sorted(e.attrib.items()) for e in found}
 
 
-def test_committed_descriptions_are_the_daemons_own(real, supplicant_probe):
-    assert probe(real, supplicant_probe, "get-or-create", "eth0", "--",
-                 "add-network", "eth0", "ssid=s:lab")[0] == 0
-
+def test_committed_descriptions_are_the_daemons_own(real, probe):
+    assert probe(real, "get-or-create", "eth0", "--", "add-network", "eth0", "ssid=s:lab")[0] == 0
     for name, path, interface in [
             ("wpa_supplicant.xml", ROOT, SERVICE),
             ("wpa_supplicant_interface.xml", ROOT + "/Interfaces/0", IFACE),
@@ -120,24 +107,20 @@ def double(world):
 
 
 @pytest.fixture
-def run(world, supplicant_probe):
-    return lambda *args: probe(world[0], supplicant_probe, *args)
+def run(world, probe):
+    return lambda *args: probe(world[0], *args)
 
 
-# eth0 as the wired port is the real daemon's test.
-@pytest.mark.parametrize("hwflags, ifname, driver", [
-    ("0x10", "wlan0", "nl80211"),
-    ("0x0", "eth0", "nl80211"),  # no Ethernet on this hardware: eth0 is not its wired port
-])
-def test_unknown_interface_is_created_exactly_once(make_player, supplicant_probe, hwflags,
-                                                   ifname, driver):
+# eth0 as the wired port is the real daemon's test; without Ethernet eth0 is no wired port.
+@pytest.mark.parametrize("hwflags, ifname", [("0x10", "wlan0"), ("0x0", "eth0")])
+def test_unknown_interface_is_created_exactly_once(make_player, probe, hwflags, ifname):
     p = make_player(ports=("eth0", "wlan0"), hwvars={"VL_HWFLAGS": hwflags})
     with SupplicantDouble(p, interfaces=("wlan0",) if ifname == "eth0" else ()) as double:
-        assert probe(p, supplicant_probe, "get-or-create", ifname, "--",
-                     "get-or-create", "wlan0")[:2] == (0, "ok\nok\n")
+        assert probe(p, "get-or-create", ifname, "--", "get-or-create", "wlan0")[:2] == (
+            0, "ok\nok\n")
         assert double.members() == ["GetInterface", "CreateInterface", "GetInterface"]
         create, = double.calls("CreateInterface")
-        assert create.typed() == [{"Driver": ("s", driver), "Ifname": ("s", ifname)}]
+        assert create.typed() == [{"Driver": ("s", "nl80211"), "Ifname": ("s", ifname)}]
 
 
 def test_other_lookup_errors_pass_through(double, run):
@@ -236,9 +219,8 @@ def test_wrong_typed_replies(double, run, op, prop, value, expected):
 
 
 def test_signal_errors_are_logged_not_thrown(double, run):
-    path = double.interface_path("wlan0")
-    double.set_method(path, IFACE, "SignalPoll", "", "a{sv}",
-                      "ret = dbus.Dictionary({'linkspeed': dbus.Int32(54)}, signature='sv')")
+    reply = "ret = dbus.Dictionary({'linkspeed': dbus.Int32(54)}, signature='sv')"
+    double.mock(double.interface_path("wlan0")).AddMethod(IFACE, "SignalPoll", "", "a{sv}", reply)
     assert run("signal", "wlan0")[::2] == (0, "CAUGHT EXCEPTION: map::at\n")
 
 
