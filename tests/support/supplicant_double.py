@@ -180,14 +180,8 @@ SIGNATURES = {dbus.Boolean: "b", dbus.Byte: "y", dbus.Int16: "n", dbus.UInt16: "
 
 
 def signature_of(value):
-    """The D-Bus signature of a value as dbus-python received it."""
-    if isinstance(value, dbus.Dictionary):
-        return "a{" + (value.signature or "sv") + "}"
-    if isinstance(value, dbus.Array):
-        return "a" + (value.signature or "v")
-    if isinstance(value, dbus.Struct):
-        return "(" + "".join(signature_of(v) for v in value) + ")"
-    return SIGNATURES[type(value)]
+    """The D-Bus signature of an argument (an array or basic value) as dbus-python has it."""
+    return "a" + value.signature if isinstance(value, dbus.Array) else SIGNATURES[type(value)]
 
 
 def plain(value):
@@ -196,7 +190,7 @@ def plain(value):
         return bytes(value)
     if isinstance(value, dbus.Dictionary):
         return {plain(k): plain(v) for k, v in value.items()}
-    if isinstance(value, (dbus.Array, dbus.Struct)):
+    if isinstance(value, dbus.Array):
         return [plain(v) for v in value]
     if isinstance(value, (dbus.Boolean, str)):  # String, ObjectPath and Signature are str
         return bool(value) if isinstance(value, dbus.Boolean) else str(value)

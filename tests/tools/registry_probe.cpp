@@ -27,11 +27,6 @@ void PrintLine(const std::string& text) {
 
 void PrintBool(bool value) { PrintLine(value ? "true" : "false"); }
 
-template <typename E>
-bool Is(const std::exception& e) {
-  return dynamic_cast<const E*>(&e) != nullptr;
-}
-
 // Returns the exit status; the exception is described on standard output.
 int Describe(const std::function<void()>& run, const std::string& prefix = "") {
   std::string kind = "std";
@@ -40,12 +35,11 @@ int Describe(const std::function<void()>& run, const std::string& prefix = "") {
     return 0;
   } catch (const std::exception& e) {
     using R = corvo::Registry;
-    const auto* bus = dynamic_cast<const corvo::BusError*>(&e);
-    if (bus) kind = "DBus " + bus->Name();
-    if (Is<R::InvalidEncoding>(e)) kind = "InvalidEncoding";
-    if (Is<R::InvalidName>(e)) kind = "InvalidName";
-    if (Is<R::InvalidJson>(e)) kind = "InvalidJson";
-    if (Is<R::Full>(e)) kind = "Full";
+    if (const auto* bus = dynamic_cast<const corvo::BusError*>(&e)) kind = "DBus " + bus->Name();
+    if (dynamic_cast<const R::InvalidEncoding*>(&e)) kind = "InvalidEncoding";
+    if (dynamic_cast<const R::InvalidName*>(&e)) kind = "InvalidName";
+    if (dynamic_cast<const R::InvalidJson*>(&e)) kind = "InvalidJson";
+    if (dynamic_cast<const R::Full*>(&e)) kind = "Full";
     PrintLine(prefix + "EXCEPTION " + kind + ": " + e.what());
   }
   return 2;
