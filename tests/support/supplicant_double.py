@@ -68,30 +68,22 @@ def _install_journal():
     DBusMockObject.Set = set_
 
 
-def _text(value):
-    """A network property as the daemon shows it: always a string."""
-    if isinstance(value, (bytes, dbus.Array)):
-        return bytes(int(b) for b in value).hex()
-    return str(value)
-
-
 def _interface_methods():
     numbers, blobs = itertools.count(), set()
 
     def add_network(self, args):
         path = f"{self.path}/Networks/{next(numbers)}"
-        props = dbus.Dictionary(
-            {k: dbus.String(_text(v), variant_level=1) for k, v in args.items()}, signature="sv")
-        _root.AddObject(path, NETWORK_IFACE, {"Properties": props}, [])
+        # The daemon shows every network property as a string, byte arrays in hex.
+        props = {k: bytes(v).hex() if isinstance(v, list) else str(v) for k, v in args.items()}
+        props = {"Properties": dbus.Dictionary(props, signature="sv", variant_level=1)}
+        _root.AddObject(path, NETWORK_IFACE, props, [])
         networks = list(self.props[INTERFACE_IFACE]["Networks"]) + [dbus.ObjectPath(path)]
         self.props[INTERFACE_IFACE]["Networks"] = dbus.Array(networks, signature="o")
         return dbus.ObjectPath(path)
 
     def remove_network(self, path):
-        networks = list(self.props[INTERFACE_IFACE]["Networks"])
-        networks.remove(path)
+        networks = [n for n in self.props[INTERFACE_IFACE]["Networks"] if n != path]
         self.props[INTERFACE_IFACE]["Networks"] = dbus.Array(networks, signature="o")
-        _root.RemoveObject(path)
 
     def select_network(self, path):
         self.props[INTERFACE_IFACE]["CurrentNetwork"] = dbus.ObjectPath(path)
@@ -113,7 +105,7 @@ def _interface_methods():
 
 def _create_interface(ifname):
     paths = _root.interfaces
-    path = f"{MAIN_OBJ}/Interfaces/{next(_root.interface_numbers)}"
+    path = f"{MAIN_OBJ}/Interfaces/{len(paths)}"
     props = {"State": dbus.String("disconnected", variant_level=1),
              "Scanning": dbus.Boolean(False, variant_level=1),
              "CurrentBSS": dbus.ObjectPath("/", variant_level=1),
@@ -134,15 +126,13 @@ def load(mock, parameters):
     _root = mock
     _install_journal()
     mock.journal, mock.failures, mock.interfaces = [], [], {}
-    mock.interface_numbers = itertools.count()
     mock.AddProperties(MAIN_IFACE, {"DebugLevel": dbus.String("info", variant_level=1),
                                     "Interfaces": dbus.Array([], signature="o", variant_level=1)})
 
     def get_interface(self, ifname):
         if ifname not in _root.interfaces:
-            raise dbus.exceptions.DBusException(
-                "wpa_supplicant knows nothing about this interface.",
-                name=ERROR + "InterfaceUnknown")
+            message = "wpa_supplicant knows nothing about this interface."
+            raise dbus.exceptions.DBusException(message, name=ERROR + "InterfaceUnknown")
         return dbus.ObjectPath(_root.interfaces[ifname])
 
     def create_interface(self, args):

@@ -132,15 +132,12 @@ def test_other_lookup_errors_pass_through(double, run):
 
 def test_set_blob_ignores_only_an_unknown_blob(double, run):
     assert run("set-blob", "wlan0", "client", "00ff10")[0] == 0
-    calls = [c for c in double.calls() if c.member in ("RemoveBlob", "AddBlob")]
-    assert [(c.member, c.signature, c.typed()) for c in calls] == [
-        ("RemoveBlob", "s", [("s", "client")]),
-        ("AddBlob", "say", [("s", "client"), ("ay", b"\x00\xff\x10")]),
-    ]
+    assert [(c.member, c.typed()) for c in double.calls() if "Blob" in c.member] == [
+        ("RemoveBlob", [("s", "client")]), ("AddBlob", [("s", "client"), ("ay", b"\0\xff\x10")])]
     double.fail("RemoveBlob", "fi.w1.wpa_supplicant1.UnknownError", "no removal")
     assert run("set-blob", "wlan0", "client", "01")[:2] == (
         2, "EXCEPTION fi.w1.wpa_supplicant1.UnknownError: no removal\n")
-    assert [c.member for c in double.calls()].count("AddBlob") == 1
+    assert double.members().count("AddBlob") == 1
 
 
 def test_network_properties_keep_their_types_and_order(double, run):
@@ -184,13 +181,9 @@ def test_bss_reading(double, run):
     double.add_bss("wlan0", ssid=b"lab\x00\xff", bssid=bytes.fromhex("0011aabbccdd"), signal=-61,
                    frequency=5180, current=True)
     double.add_bss("wlan0", ssid=b"", bssid=b"", signal=-90, frequency=2412)
-    status, out, err = run("bss", "wlan0", "--", "signal", "wlan0")
-    assert (status, err) == (0, "")
-    assert out.splitlines() == [
-        "ssid=6c616200ff bssid=00:11:aa:bb:cc:dd signal=-61 frequency=5180",
-        "ssid= bssid= signal=-90 frequency=2412",
-        "ssid=6c616200ff bssid=00:11:aa:bb:cc:dd signal=-61 frequency=5180 rssi=-50",
-    ]
+    lab = "ssid=6c616200ff bssid=00:11:aa:bb:cc:dd signal=-61 frequency=5180"
+    assert run("bss", "wlan0", "--", "signal", "wlan0") == (
+        0, f"{lab}\nssid= bssid= signal=-90 frequency=2412\n{lab} rssi=-50\n", "")
     # "/" is no BSS: nothing is read for it.
     double.set_property(path, IFACE, "BSSs", dbus.Array(["/"], signature="o"))
     double.set_property(path, IFACE, "CurrentBSS", dbus.ObjectPath("/"))
