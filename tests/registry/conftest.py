@@ -1,6 +1,3 @@
-"""The registry client (through registry_probe) in a simulated player: against the
-development service, or against a dbusmock double where faults are injected."""
-
 import os
 import sys
 from pathlib import Path
@@ -41,9 +38,6 @@ class Mock:
 
     def add(self, name, in_signature, out_signature, code=""):
         self.control.AddMethod("", name, in_signature, out_signature, code)
-
-    def calls(self):
-        return [str(name) for _, name, _ in self.control.GetCalls()]
 
 
 @pytest.fixture(scope="module")

@@ -104,7 +104,7 @@ def test_errors_are_translated_for_every_operation(mock, name, args, in_signatur
     mock.add(name, in_signature, out_signature,
              f"raise dbus.exceptions.DBusException('disk on fire', name='{error}')")
     assert probe(mock.player, name, *args) == (2, expected)
-    assert mock.calls() == [name]
+    assert [call[1] for call in mock.control.GetCalls()] == [name]
 
 
 @pytest.mark.parametrize("args, out_signature, code, expected", [
