@@ -25,33 +25,24 @@ def probe(p, *args, env=None):
     return result.returncode, result.stdout.decode()
 
 
-class Mock:
-    """dbusmock as the registry on a player's bus, driven from here."""
-
-    def __init__(self, p):
-        self.player = p
-        self.bus = dbus.bus.BusConnection(
-            f"unix:path=/proc/{p._require_pid()}/root/run/dbus/system_bus_socket")
-        p.start_daemon("registry-mock", [PYTHON, "-m", "dbusmock", "--system", NAME, OBJECT, NAME],
-                       ready=lambda _: self.bus.name_has_owner(NAME))
-        self.control = dbus.Interface(self.bus.get_object(NAME, OBJECT), "org.freedesktop.DBus.Mock")
-
-    def add(self, name, in_signature, out_signature, code=""):
-        self.control.AddMethod("", name, in_signature, out_signature, code)
-
-
 @pytest.fixture(scope="module")
 def mock_world():
+    """dbusmock as the registry on a player's bus: its Mock interface, with .player."""
     with Player() as p:
-        mock = Mock(p)
+        bus = dbus.bus.BusConnection(
+            f"unix:path=/proc/{p._require_pid()}/root/run/dbus/system_bus_socket")
+        p.start_daemon("registry-mock", [PYTHON, "-m", "dbusmock", "--system", NAME, OBJECT, NAME],
+                       ready=lambda _: bus.name_has_owner(NAME))
+        mock = dbus.Interface(bus.get_object(NAME, OBJECT), "org.freedesktop.DBus.Mock")
+        mock.player = p
         yield mock
-        mock.bus.close()
+        bus.close()
     assert_no_leftovers([p])
 
 
 @pytest.fixture
 def mock(mock_world):
     """The registry double with no methods and an empty call log."""
-    mock_world.control.Reset()
-    mock_world.control.ClearCalls()
+    mock_world.Reset()
+    mock_world.ClearCalls()
     return mock_world

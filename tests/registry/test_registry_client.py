@@ -99,10 +99,10 @@ def test_service_errors_reach_the_caller_and_change_nothing(player, args, limit,
 @pytest.mark.parametrize("name, args, in_signature, out_signature", OPERATIONS)
 def test_errors_are_translated_for_every_operation(mock, name, args, in_signature, out_signature,
                                                    error, expected):
-    mock.add(name, in_signature, out_signature,
-             f"raise dbus.exceptions.DBusException('disk on fire', name='{error}')")
+    mock.AddMethod("", name, in_signature, out_signature,
+                   f"raise dbus.exceptions.DBusException('disk on fire', name='{error}')")
     assert probe(mock.player, name, *args) == (2, expected)
-    assert [call[1] for call in mock.control.GetCalls()] == [name]
+    assert [call[1] for call in mock.GetCalls()] == [name]
 
 
 @pytest.mark.parametrize("args, out_signature, code, expected", [
@@ -119,7 +119,7 @@ def test_errors_are_translated_for_every_operation(mock, name, args, in_signatur
     (["Read", "s", "k"], "i", "ret = 5", TYPE_MISMATCH),
 ])
 def test_replies_are_checked_for_their_type(mock, args, out_signature, code, expected):
-    mock.add(args[0], "s" * (len(args) - 1), out_signature, code)
+    mock.AddMethod("", args[0], "s" * (len(args) - 1), out_signature, code)
     assert probe(mock.player, *args) == (2 if expected.startswith("EXCEPTION") else 0, expected)
 
 
@@ -145,7 +145,7 @@ def test_missing_service_or_bus_is_a_dbus_error(player, address, error):
 
 
 def test_concurrent_reads_are_answered_one_after_the_other(mock):
-    mock.add("Read", "ss", "s", "time.sleep(0.5)\nret = args[0] + '/' + args[1]")
+    mock.AddMethod("", "Read", "ss", "s", "time.sleep(0.5)\nret = args[0] + '/' + args[1]")
     # The bus routes every message past a monitor in order: the calls overlap
     # exactly when the second call passes before the first reply.
     monitor = mock.player.spawn(["dbus-monitor", "--system", "--profile"],
@@ -154,7 +154,7 @@ def test_concurrent_reads_are_answered_one_after_the_other(mock):
     reader = threading.Thread(target=lambda: lines.extend(monitor.stdout))
     reader.start()
     try:  # the monitor is watching once it shows a call of ours
-        wait_for(lambda: mock.control.ClearCalls() or any(
+        wait_for(lambda: mock.ClearCalls() or any(
             line.endswith("\tClearCalls\n") for line in list(lines)), 20, 0.1, "dbus-monitor")
         status, output = probe(mock.player, "threads", "s", "k")
         time.sleep(0.2)

@@ -2,7 +2,6 @@
 own EAP server, a client certificate whose key PASSPHRASE locks, and the server's users."""
 
 import base64
-import shutil
 import subprocess
 import tempfile
 from pathlib import Path
@@ -19,7 +18,6 @@ PEAP_USER = "alice"
 @pytest.fixture(scope="module")
 def pki():
     """{file name: bytes}: ca.pem, server.pem and .key, client.pem, .key and .p12 (locked)."""
-    top = Path(tempfile.mkdtemp(prefix="dot1x-"))
     # Elliptic-curve keys: RSA key generation takes seconds in an emulator.
     script = f"""
         set -e
@@ -32,11 +30,9 @@ def pki():
         openssl pkcs12 -export -in client.pem -inkey client.key -passin 'pass:{PASSPHRASE}' \
             -passout 'pass:{PASSPHRASE}' -out client.p12
     """
-    try:
+    with tempfile.TemporaryDirectory(prefix="dot1x-") as top:
         subprocess.run(["sh", "-c", script], cwd=top, check=True, capture_output=True)
-        yield {f.name: f.read_bytes() for f in top.iterdir()}
-    finally:
-        shutil.rmtree(top)
+        yield {f.name: f.read_bytes() for f in Path(top).iterdir()}
 
 
 def stored(data):

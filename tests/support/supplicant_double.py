@@ -32,9 +32,7 @@ _root = None
 def _record(obj, interface, member, signature, args):
     _root.journal.append((dbus.ObjectPath(obj.path), interface, member, signature,
                           dbus.Array(list(args), signature="v")))
-    keys = {member}
-    if interface == dbus.PROPERTIES_IFACE and len(args) >= 2:
-        keys.add(f"{member}:{args[1]}")
+    keys = {member, f"{member}:{args[1] if len(args) > 1 else ''}"}  # Get:NAME for properties
     for failure in _root.failures:
         path, key, name, message, count = failure
         if key in keys and path in ("", obj.path) and count != 0:
@@ -63,9 +61,7 @@ def _install_journal():
         self.props[interface_name][property_name] = value
 
     get.__name__, set_.__name__ = "Get", "Set"
-    DBusMockObject.mock_method = journaled_method
-    DBusMockObject.Get = get
-    DBusMockObject.Set = set_
+    DBusMockObject.mock_method, DBusMockObject.Get, DBusMockObject.Set = journaled_method, get, set_
 
 
 def _interface_methods():

@@ -72,8 +72,7 @@ def test_real_daemon_replaces_blobs_and_removes_networks(real, probe):
 
 def members(xml, interface):
     """{(kind, name): [(arg or property attributes)]} of one interface in introspection data."""
-    node = ET.fromstring(xml[xml.index("<node"):])
-    found, = [i for i in node.findall("interface") if i.get("name") == interface]
+    found = ET.fromstring(xml[xml.index("<node"):]).find(f"interface[@name='{interface}']")
     return {(e.tag, e.get("name")): [sorted(a.attrib.items()) for a in e.findall("arg")]
             or sorted(e.attrib.items()) for e in found}
 
