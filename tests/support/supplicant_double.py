@@ -3,6 +3,7 @@ associated states, BSSs, wrong-typed replies, injected errors): both the dbusmoc
 which records every call (Properties Get/Set too), and the test side's SupplicantDouble."""
 
 import collections
+import contextlib
 import itertools
 import json
 import os
@@ -89,14 +90,12 @@ def _interface_methods():
             raise dbus.exceptions.DBusException(name, name=ERROR + "BlobUnknown")
         blobs.remove(name)
 
-    signal = dbus.Dictionary({"rssi": dbus.Int32(-50, variant_level=1),
-                              "linkspeed": dbus.Int32(54, variant_level=1),
-                              "frequency": dbus.UInt32(2412, variant_level=1)}, signature="sv")
+    signal = {"rssi": dbus.Int32(-50), "linkspeed": dbus.Int32(54), "frequency": dbus.UInt32(2412)}
     return [("AddNetwork", "a{sv}", "o", add_network), ("RemoveNetwork", "o", "", remove_network),
             ("SelectNetwork", "o", "", select_network), ("RemoveBlob", "s", "", remove_blob),
             ("AddBlob", "say", "", lambda self, name, _: blobs.add(name)),
             ("Scan", "a{sv}", "", lambda self, args: None),
-            ("SignalPoll", "", "a{sv}", lambda self: signal)]
+            ("SignalPoll", "", "a{sv}", lambda self: dbus.Dictionary(signal, signature="sv"))]
 
 
 def _create_interface(ifname):
@@ -192,7 +191,7 @@ Call = collections.namedtuple("Call", "path interface member signature args")
 Call.typed = lambda self: [typed(a) for a in self.args]
 
 
-class SupplicantDouble:
+class SupplicantDouble(contextlib.AbstractContextManager):
     """The double on a Player's system bus; a context manager that stops it."""
 
     def __init__(self, player, interfaces=()):
@@ -206,9 +205,6 @@ class SupplicantDouble:
             ready=lambda _: self.bus.name_has_owner(BUS_NAME), timeout=20.0)
         self.control = dbus.Interface(self.bus.get_object(BUS_NAME, MAIN_OBJ), CONTROL_IFACE)
         self.objects = itertools.count()
-
-    def __enter__(self):
-        return self
 
     def __exit__(self, *exc):
         self.daemon.stop()

@@ -74,9 +74,8 @@ const std::map<std::string, std::function<void(const Args&)>> kOperations = {
        int status[2] = {0, 0};
        auto reader = [&](int index) {
          const std::string prefix = "thread " + std::to_string(index) + ": ";
-         status[index] =
-             Describe([&] { PrintLine(prefix + corvo::GetRegistry().Read(a.at(0), a.at(1))); },
-                      prefix);
+         status[index] = Describe(
+             [&] { PrintLine(prefix + corvo::GetRegistry().Read(a.at(0), a.at(1))); }, prefix);
        };
        boost::thread first(reader, 0);
        boost::thread second(reader, 1);

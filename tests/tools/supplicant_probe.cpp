@@ -53,9 +53,7 @@ std::shared_ptr<supplicant::Supplicant> Connect() {
   return supplicant::Supplicant::Create({hardware->GetEthernetInterface(), hardware->WifiDriver()});
 }
 
-std::shared_ptr<supplicant::Interface> Find(const Args& args) {
-  return Connect()->GetInterface(args.at(0));
-}
+auto Find(const Args& a) { return Connect()->GetInterface(a.at(0)); }
 
 const char* Bool(bool value) { return value ? "true" : "false"; }
 

@@ -79,11 +79,10 @@ def members(xml, interface):
 
 def test_committed_descriptions_are_the_daemons_own(real, probe):
     assert probe(real, "get-or-create", "eth0", "--", "add-network", "eth0", "ssid=s:lab")[0] == 0
-    for name, path, interface in [
-            ("wpa_supplicant.xml", ROOT, SERVICE),
-            ("wpa_supplicant_interface.xml", ROOT + "/Interfaces/0", IFACE),
-            ("wpa_supplicant_network.xml", ROOT + "/Interfaces/0/Networks/0",
-             SERVICE + ".Network")]:
+    network = (ROOT + "/Interfaces/0/Networks/0", SERVICE + ".Network")
+    for name, path, interface in [("wpa_supplicant.xml", ROOT, SERVICE),
+                                  ("wpa_supplicant_interface.xml", ROOT + "/Interfaces/0", IFACE),
+                                  ("wpa_supplicant_network.xml", *network)]:
         daemon = json.loads(real.run(["busctl", "--system", "call", SERVICE, path,
                                       "org.freedesktop.DBus.Introspectable", "Introspect",
                                       "--json=short"], check=True).stdout)["data"][0]
