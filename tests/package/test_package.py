@@ -18,8 +18,7 @@ SYSROOT = os.environ.get("LINKRIG_ARMHF_SYSROOT", "/var/cache/linkrig/armhf-sysr
 TRIPLETS = {"amd64": "x86_64-linux-gnu", "armhf": "arm-linux-gnueabihf"}
 EXAMPLES = "/usr/share/doc/linkrig/examples"
 USAGE = "Usage: linkrig <interface> init|add|start|stop|reconfigure|checklink\n"
-# Where a player installs the glue: the boot script, the udev rule with the program it runs,
-# and the dhcpcd hook.
+# Where a player installs the glue: boot script, udev rule and the program it runs, dhcpcd hook.
 GLUE = [("linkrig.init", "/etc/init.d/linkrig", "755"),
         ("90-linkrig.rules", "/etc/udev/rules.d/90-linkrig.rules", "644"),
         ("linkrig-hotplug", "/usr/lib/udev/linkrig-hotplug", "755"),
@@ -130,9 +129,8 @@ def test_installed_package_starts_a_wired_port(installed):
 
 @pytest.fixture
 def glue(installed):
-    """The installed glue put where a player has it, a recording stand-in for linkrig, and the
-    real udev daemon with the distribution's rules hidden: only the glue's rule runs, and
-    nothing acts on the host's devices."""
+    """The installed glue where a player has it, a recording stand-in for linkrig, and the real
+    udevd with the distribution's rules hidden: only the glue's rule runs, nothing on the host's."""
     player = installed
     for name, path, mode in GLUE:
         player.run(["install", "-D", "-m", mode, f"{EXAMPLES}/{name}", path], check=True)

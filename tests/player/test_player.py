@@ -61,13 +61,11 @@ def test_nothing_left_after_close():
         netns = subprocess.run(["ip", "netns", "list"], capture_output=True, text=True).stdout
         return open("/proc/self/mountinfo").read(), netns
     before = host()
-    with pytest.raises(KeyError):
-        with Player(ports=("eth0", "wlan0")) as player:
-            player.start_daemon("near", ["sh", "-c", "echo ready; exec sleep 600"],
-                                ready="ready")
-            player.lan.start_daemon("far", ["sleep", "600"])
-            player.spawn(["sh", "-c", "sleep 600 & sleep 600"])
-            player.run(["sh", "-c", "sleep 600 >/dev/null 2>&1 &"], check=True)  # orphan
-            assert len(player.leftovers()) >= 6
-            raise KeyError("test failure inside the player")
+    with pytest.raises(KeyError), Player(ports=("eth0", "wlan0")) as player:
+        player.start_daemon("near", ["sh", "-c", "echo ready; exec sleep 600"], ready="ready")
+        player.lan.start_daemon("far", ["sleep", "600"])
+        player.spawn(["sh", "-c", "sleep 600 & sleep 600"])
+        player.run(["sh", "-c", "sleep 600 >/dev/null 2>&1 &"], check=True)  # orphan
+        assert len(player.leftovers()) >= 6
+        raise KeyError("test failure inside the player")
     assert (player.leftovers(), host()) == ([], before)

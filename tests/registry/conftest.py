@@ -19,10 +19,9 @@ NAME, OBJECT = "com.ombalabs.Registry", "/com/ombalabs/Registry"
 
 def probe(p, *args, env=None):
     """Runs registry_probe in the player; returns (status, standard output)."""
-    result = p.run([str(PROBE), *args], env=env, text=False)
-    stderr = result.stderr.decode(errors="replace")
-    assert "Sanitizer" not in stderr and "runtime error" not in stderr, stderr
-    return result.returncode, result.stdout.decode()
+    result = p.run([str(PROBE), *args], env=env)
+    assert "Sanitizer" not in result.stderr and "runtime error" not in result.stderr, result.stderr
+    return result.returncode, result.stdout
 
 
 @pytest.fixture(scope="module")

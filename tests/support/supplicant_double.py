@@ -110,8 +110,7 @@ def _create_interface(ifname):
              "Ifname": dbus.String(ifname, variant_level=1)}
     _root.AddObject(path, INTERFACE_IFACE, props, _interface_methods())
     paths[ifname] = path
-    _root.props[MAIN_IFACE]["Interfaces"] = dbus.Array(
-        [dbus.ObjectPath(p) for p in paths.values()], signature="o")
+    _root.props[MAIN_IFACE]["Interfaces"] = dbus.Array(paths.values(), signature="o")
     return dbus.ObjectPath(path)
 
 

@@ -49,9 +49,8 @@ def test_real_daemon_creates_the_interface_once_and_reads_its_state(make_player,
     # call must find the interface instead.
     assert probe(real, "get-or-create", "eth0", "--", "get-or-create", "eth0", "--", "state",
                  "eth0", "--", "link-state", "eth0")[:2] == (0, "ok\nok\ndisconnected\n1\n")
-    paths = get_property(real, ROOT, SERVICE, "Interfaces")
-    assert len(paths) == 1
-    assert get_property(real, paths[0], IFACE, "Driver") == "wired"
+    path, = get_property(real, ROOT, SERVICE, "Interfaces")
+    assert get_property(real, path, IFACE, "Driver") == "wired"
 
 
 def test_real_daemon_replaces_blobs_and_removes_networks(real, probe):
@@ -216,8 +215,7 @@ def test_signal_errors_are_logged_not_thrown(double, run):
 def test_scan_and_debug_level(double, run):
     assert run("scan", "wlan0", "--", "scanning", "wlan0", "--", "debug", "on", "--",
                "debug", "off")[:2] == (0, "false\n")
-    scan, = double.calls("Scan")
-    assert scan.typed() == [{"Type": ("s", "active")}]
+    assert [c.typed() for c in double.calls("Scan")] == [[{"Type": ("s", "active")}]]
     assert [c.typed() for c in double.calls("Set")] == [
         [("s", "fi.w1.wpa_supplicant1"), ("s", "DebugLevel"), ("s", level)]
         for level in ("debug", "warning")]
