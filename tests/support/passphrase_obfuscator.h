@@ -1,6 +1,5 @@
 #pragma once
-// The storing direction of passphrase obfuscation, for tests and developer
-// tools only: the device itself never writes these texts.
+// The storing direction of passphrase obfuscation, for tests only: the device never writes it.
 
 #include <cstdint>
 #include <string>

@@ -1,7 +1,6 @@
-// Drives the process-wide registry client for tests: registry_probe OP ARGS..., OP a Registry
-// operation or "threads SECTION KEY" (two Reads at once from two threads); "hex:4142ff" stands
-// for the raw bytes 41 42 ff. Lists print one item a line, maps "key=value" lines, booleans
-// "true"/"false". A failure prints "EXCEPTION <kind>: <what>" and exits 2.
+// Drives the registry client for tests: registry_probe OP ARGS..., OP a Registry operation or
+// "threads SECTION KEY" (two Reads at once); "hex:4142ff" is the bytes 41 42 ff. Lists print a
+// line an item, maps "key=value". A failure prints "EXCEPTION <kind>: <what>" and exits 2.
 
 #include <cstdio>
 #include <exception>

@@ -99,6 +99,8 @@ def world():
 
 @pytest.fixture
 def double(world):
+    """The double with no BSS and an empty journal."""
+    world[1].set_property(world[1].interface_path("wlan0"), IFACE, "BSSs", dbus.Array([], "o"))
     world[1].clear()
     return world[1]
 
@@ -171,7 +173,6 @@ def test_unreadable_state_and_network(double, run):
 
 def test_bss_reading(double, run):
     path = double.interface_path("wlan0")
-    double.set_property(path, IFACE, "BSSs", dbus.Array([], signature="o"))
     double.add_bss("wlan0", ssid=b"lab\x00\xff", bssid=bytes.fromhex("0011aabbccdd"), signal=-61,
                    frequency=5180, current=True)
     double.add_bss("wlan0", ssid=b"", bssid=b"", signal=-90, frequency=2412)
@@ -196,7 +197,6 @@ def test_bss_reading(double, run):
 ])
 def test_wrong_typed_replies(double, run, op, prop, value, expected):
     path = double.interface_path("wlan0")
-    double.set_property(path, IFACE, "BSSs", dbus.Array([], signature="o"))
     if prop == "Properties":
         path = double.set_current_network("wlan0", {"mode": "2"})
     elif prop != "BSSs":
