@@ -14,9 +14,8 @@ int main(int argc, char** argv) {
     return 1;
   }
   try {
-    const std::string text =
-        corvo::test::ObfuscatePassphrase('A', corvo::BuiltInObfuscationKey(), argv[2]);
-    std::printf("%s\n", text.c_str());
+    const std::string key = corvo::BuiltInObfuscationKey();
+    std::puts(corvo::test::ObfuscatePassphrase('A', key, argv[2]).c_str());
     return 0;
   } catch (const std::exception& e) {
     std::fprintf(stderr, "obfuscate_passphrase: %s\n", e.what());

@@ -91,7 +91,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: registry_probe OP [ARGS...]\n");
     return 1;
   }
-  const int status = Describe([&] {
+  return Describe([&] {
     Args arguments(argv + 2, argv + argc);
     for (std::string& argument : arguments) {
       if (argument.compare(0, 4, "hex:") != 0) continue;
@@ -100,6 +100,4 @@ int main(int argc, char** argv) {
     }
     kOperations.at(argv[1])(arguments);
   });
-  std::fflush(stdout);
-  return status;
 }

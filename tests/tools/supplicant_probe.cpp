@@ -113,9 +113,7 @@ int main(int argc, char** argv) {
       group.push_back(argv[i]);
       continue;
     }
-    const int status = Run(group);
-    std::fflush(stdout);
-    if (status != 0) return status;
+    if (const int status = Run(group); status != 0) return status;
     group.clear();
   }
   return 0;

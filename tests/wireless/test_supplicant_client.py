@@ -99,7 +99,6 @@ def world():
 
 @pytest.fixture
 def double(world):
-    """The double with no BSS and an empty journal."""
     world[1].set_property(world[1].interface_path("wlan0"), IFACE, "BSSs", dbus.Array([], "o"))
     world[1].clear()
     return world[1]
