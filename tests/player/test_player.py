@@ -12,35 +12,28 @@ from player import Player
 
 
 def test_led_timer_trigger_emulation(player):
-    led = "/sys/class/leds/ethernet"
-    assert player.led("ethernet") == {"trigger": "none", "brightness": "0"}
+    led, off = "/sys/class/leds/ethernet", {"trigger": "none", "brightness": "0"}
+    assert player.led("ethernet") == off
     player.write_file(f"{led}/trigger", "timer")
-    assert player.led("ethernet") == {"trigger": "timer", "brightness": "0",
-                                      "delay_on": "500", "delay_off": "500"}
+    assert player.led("ethernet") == dict(off, trigger="timer", delay_on="500", delay_off="500")
     player.write_file(f"{led}/trigger", "none")
-    assert player.led("ethernet") == {"trigger": "none", "brightness": "0"}
-    # Delays a writer sets right after the trigger are kept, as with the
-    # kernel's files.
+    assert player.led("ethernet") == off
+    # Delays a writer sets right after the trigger are kept, as with the kernel's files.
     player.run(["sh", "-c", f"cd {led} && printf timer > trigger && printf 255 > brightness"
                             " && printf 900 > delay_off && printf 100 > delay_on"], check=True)
     assert player.led("ethernet") == {"trigger": "timer", "brightness": "255",
                                       "delay_on": "100", "delay_off": "900"}
-    assert player.led("wifi") == {"trigger": "none", "brightness": "0"}
+    assert player.led("wifi") == off
 
 
 def test_changes_stay_inside(player):
     host_name = socket.gethostname()
-    player.run(["hostname", "renamed"], check=True)
-    player.run(["sh", "-c", "echo x > /var/run/player-probe && echo y > /etc/player-probe"
-                            " && ln -s pts/0 /dev/player-probe"], check=True)
-    assert player.hostname() == "renamed"
-    assert player.read_file("/run/player-probe") == "x\n"
-    assert socket.gethostname() == host_name
-    assert not os.path.exists("/run/player-probe")
-    assert not os.path.exists("/etc/player-probe")
-    assert not os.path.lexists("/dev/player-probe")
-    player.run(["sh", "-c", "echo hello > /dev/kmsg"], check=True)
-    assert "hello\n" in player.kmsg()
+    player.run(["sh", "-c", "hostname renamed && echo x > /var/run/player-probe && echo y >"
+                " /etc/player-probe && ln -s pts/0 /dev/player-probe && echo hello > /dev/kmsg"],
+               check=True)
+    assert (player.hostname(), player.read_file("/run/player-probe")) == ("renamed", "x\n")
+    assert "hello\n" in player.kmsg() and socket.gethostname() == host_name
+    assert not any(os.path.lexists(f"/{d}/player-probe") for d in ("run", "etc", "dev"))
 
 
 def test_stand_ins_of_one_directory_all_hold(player):
@@ -64,18 +57,15 @@ def test_timeout_kills_the_program(player):
 
 
 def test_nothing_left_after_close():
-    mounts = open("/proc/self/mountinfo").read()
-    netns = subprocess.run(["ip", "netns", "list"], capture_output=True, text=True).stdout
-    with pytest.raises(KeyError):
-        with Player(ports=("eth0", "wlan0")) as player:
-            player.start_daemon("near", ["sh", "-c", "echo ready; exec sleep 600"],
-                                ready="ready")
-            player.lan.start_daemon("far", ["sleep", "600"])
-            player.spawn(["sh", "-c", "sleep 600 & sleep 600"])
-            player.run(["sh", "-c", "sleep 600 >/dev/null 2>&1 &"], check=True)  # orphan
-            assert len(player.leftovers()) >= 6
-            raise KeyError("test failure inside the player")
-    assert player.leftovers() == []
-    assert open("/proc/self/mountinfo").read() == mounts
-    assert subprocess.run(["ip", "netns", "list"], capture_output=True,
-                          text=True).stdout == netns
+    def host():
+        netns = subprocess.run(["ip", "netns", "list"], capture_output=True, text=True).stdout
+        return open("/proc/self/mountinfo").read(), netns
+    before = host()
+    with pytest.raises(KeyError), Player(ports=("eth0", "wlan0")) as player:
+        player.start_daemon("near", ["sh", "-c", "echo ready; exec sleep 600"], ready="ready")
+        player.lan.start_daemon("far", ["sleep", "600"])
+        player.spawn(["sh", "-c", "sleep 600 & sleep 600"])
+        player.run(["sh", "-c", "sleep 600 >/dev/null 2>&1 &"], check=True)  # orphan
+        assert len(player.leftovers()) >= 6
+        raise KeyError("test failure inside the player")
+    assert (player.leftovers(), host()) == ([], before)

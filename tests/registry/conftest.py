@@ -1,6 +1,3 @@
-"""The registry client (through registry_probe) in a simulated player: against the
-development service, or against a dbusmock double where faults are injected."""
-
 import os
 import sys
 from pathlib import Path
@@ -22,45 +19,29 @@ NAME, OBJECT = "com.ombalabs.Registry", "/com/ombalabs/Registry"
 
 def probe(p, *args, env=None):
     """Runs registry_probe in the player; returns (status, standard output)."""
-    result = p.run([str(PROBE), *args], env=env, text=False)
-    stderr = result.stderr.decode(errors="replace")
-    assert "Sanitizer" not in stderr and "runtime error" not in stderr, stderr
-    return result.returncode, result.stdout.decode()
-
-
-class Mock:
-    """dbusmock as the registry on a player's bus, driven from here."""
-
-    def __init__(self, p):
-        self.player = p
-        self.bus = dbus.bus.BusConnection(
-            f"unix:path=/proc/{p._require_pid()}/root/run/dbus/system_bus_socket")
-        p.start_daemon("registry-mock", [PYTHON, "-m", "dbusmock", "--system", NAME, OBJECT, NAME],
-                       ready=lambda _: self.bus.name_has_owner(NAME))
-        self.control = dbus.Interface(self.bus.get_object(NAME, OBJECT), "org.freedesktop.DBus.Mock")
-
-    def add(self, name, in_signature, out_signature, code=""):
-        self.control.AddMethod("", name, in_signature, out_signature, code)
-
-    def calls(self):
-        return [str(name) for _, name, _ in self.control.GetCalls()]
+    result = p.run([str(PROBE), *args], env=env)
+    assert "Sanitizer" not in result.stderr and "runtime error" not in result.stderr, result.stderr
+    return result.returncode, result.stdout
 
 
 @pytest.fixture(scope="module")
 def mock_world():
-    p = Player().start()
-    try:
-        mock = Mock(p)
+    """dbusmock as the registry on a player's bus: its Mock interface, with .player."""
+    with Player() as p:
+        bus = dbus.bus.BusConnection(
+            f"unix:path=/proc/{p._require_pid()}/root/run/dbus/system_bus_socket")
+        p.start_daemon("registry-mock", [PYTHON, "-m", "dbusmock", "--system", NAME, OBJECT, NAME],
+                       ready=lambda _: bus.name_has_owner(NAME))
+        mock = dbus.Interface(bus.get_object(NAME, OBJECT), "org.freedesktop.DBus.Mock")
+        mock.player = p
         yield mock
-        mock.bus.close()
-    finally:
-        p.close()
-        assert_no_leftovers([p])
+        bus.close()
+    assert_no_leftovers([p])
 
 
 @pytest.fixture
 def mock(mock_world):
     """The registry double with no methods and an empty call log."""
-    mock_world.control.Reset()
-    mock_world.control.ClearCalls()
+    mock_world.Reset()
+    mock_world.ClearCalls()
     return mock_world

@@ -1,6 +1,5 @@
 #pragma once
-// The storing direction of passphrase obfuscation, for tests and developer
-// tools only: the device itself never writes these texts.
+// The storing direction of passphrase obfuscation, for tests only: the device never writes it.
 
 #include <cstdint>
 #include <string>
@@ -13,10 +12,12 @@
 
 namespace corvo::test {
 
-// Padding fills the last block, each padding byte holding the padding length.
+// A random salt; padding fills the last block, each padding byte holding the padding length.
 inline std::string ObfuscatePassphrase(char tag, const std::string& key,
-                                       const std::string& passphrase,
-                                       const std::uint8_t (&salt)[SALT_SIZE]) {
+                                       const std::string& passphrase) {
+  EnsureGcryptInitialised();
+  std::uint8_t salt[SALT_SIZE];
+  Gcrypt().randomize(salt, sizeof salt, GCRY_STRONG_RANDOM);
   EVP::Cipher cipher(GCRY_CIPHER_AES256, GCRY_CIPHER_MODE_CBC);
   ConfigureCipherFromSalt(cipher, salt, SALT_SIZE,
                           reinterpret_cast<const std::uint8_t*>(key.data()), key.size());
@@ -28,14 +29,6 @@ inline std::string ObfuscatePassphrase(char tag, const std::string& key,
   cipher.Encrypt(plain.data(), plain.size(), encrypted.data(), encrypted.size());
   return std::string(1, tag) + HexEncode(salt, SALT_SIZE) +
          HexEncode(encrypted.data(), encrypted.size());
-}
-
-inline std::string ObfuscatePassphrase(char tag, const std::string& key,
-                                       const std::string& passphrase) {
-  EnsureGcryptInitialised();
-  std::uint8_t salt[SALT_SIZE];
-  Gcrypt().randomize(salt, sizeof salt, GCRY_STRONG_RANDOM);
-  return ObfuscatePassphrase(tag, key, passphrase, salt);
 }
 
 }  // namespace corvo::test

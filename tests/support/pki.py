@@ -1,9 +1,7 @@
-"""Certificates and stored secrets for 802.1X tests: a CA, a server certificate
-for hostapd's own EAP server, a client certificate whose key is locked with
-PASSPHRASE (also as PKCS#12), and the users that server knows."""
+"""Certificates and stored secrets for 802.1X tests: a CA, a server certificate for hostapd's
+own EAP server, a client certificate whose key PASSPHRASE locks, and the server's users."""
 
 import base64
-import shutil
 import subprocess
 import tempfile
 from pathlib import Path
@@ -19,9 +17,7 @@ PEAP_USER = "alice"
 
 @pytest.fixture(scope="module")
 def pki():
-    """{file name: bytes} of ca.pem, server.pem, server.key, client.pem,
-    client.key (locked) and client.p12 (locked)."""
-    top = Path(tempfile.mkdtemp(prefix="dot1x-"))
+    """{file name: bytes}: ca.pem, server.pem and .key, client.pem, .key and .p12 (locked)."""
     # Elliptic-curve keys: RSA key generation takes seconds in an emulator.
     script = f"""
         set -e
@@ -34,11 +30,9 @@ def pki():
         openssl pkcs12 -export -in client.pem -inkey client.key -passin 'pass:{PASSPHRASE}' \
             -passout 'pass:{PASSPHRASE}' -out client.p12
     """
-    try:
+    with tempfile.TemporaryDirectory(prefix="dot1x-") as top:
         subprocess.run(["sh", "-c", script], cwd=top, check=True, capture_output=True)
-        yield {f.name: f.read_bytes() for f in top.iterdir()}
-    finally:
-        shutil.rmtree(top)
+        yield {f.name: f.read_bytes() for f in Path(top).iterdir()}
 
 
 def stored(data):
@@ -48,20 +42,17 @@ def stored(data):
 
 def obfuscated(text):
     """A passphrase as the registry stores it."""
-    build = Path(linkrig_path()).parents[2]
-    return subprocess.run([str(build / "tests" / "obfuscate_passphrase"), "A", text],
-                          check=True, capture_output=True, text=True).stdout.strip()
+    tool = Path(linkrig_path()).parents[2] / "tests" / "obfuscate_passphrase"
+    return subprocess.run([tool, "A", text], check=True, capture_output=True, text=True).stdout[:-1]
 
 
 def eap_server(side, directory, pki):
-    """Writes what hostapd's own EAP server needs into directory (as the
-    player `side` sees it) and returns the hostapd.conf lines for it."""
-    player = side.player
-    player.makedirs(directory)
+    """Writes hostapd's EAP server files into directory of `side`; returns hostapd.conf lines."""
+    side.player.makedirs(directory)
     for name in ("ca.pem", "server.pem", "server.key"):
-        player.write_file(f"{directory}/{name}", pki[name], mode=0o600)
-    player.write_file(f"{directory}/users", f'"{CLIENT_NAME}" TLS\n"{PEAP_USER}" PEAP\n'
-                      f'"{PEAP_USER}" MSCHAPV2 "{PASSPHRASE}" [2]\n')
+        side.player.write_file(f"{directory}/{name}", pki[name], mode=0o600)
+    side.player.write_file(f"{directory}/users", f'"{CLIENT_NAME}" TLS\n"{PEAP_USER}" PEAP\n'
+                           f'"{PEAP_USER}" MSCHAPV2 "{PASSPHRASE}" [2]\n')
     return ["eap_server=1", f"eap_user_file={directory}/users", f"ca_cert={directory}/ca.pem",
             f"server_cert={directory}/server.pem", f"private_key={directory}/server.key"]
 

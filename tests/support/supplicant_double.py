@@ -1,11 +1,9 @@
-"""A python-dbusmock double of wpa_supplicant's D-Bus service, for what the real
-daemon cannot do here: a "wlan0" with nl80211 (no WiFi hardware), associated
-states, BSSs, wrong-typed replies and injected errors. The file is both the
-dbusmock template (run inside the player) and the test side's SupplicantDouble.
-The template records every call (Properties Get/Set too) with its path and
-argument signature; Call.typed() gives the arguments with their D-Bus types."""
+"""A dbusmock double of wpa_supplicant for what the real daemon cannot do here (nl80211,
+associated states, BSSs, wrong-typed replies, injected errors): both the dbusmock template,
+which records every call (Properties Get/Set too), and the test side's SupplicantDouble."""
 
 import collections
+import contextlib
 import itertools
 import json
 import os
@@ -26,7 +24,6 @@ BSS_IFACE = MAIN_IFACE + ".BSS"
 MOCK_IFACE = "org.freedesktop.DBus.Mock"
 CONTROL_IFACE = "fi.w1.wpa_supplicant1.Double"
 ERROR = MAIN_IFACE + "."
-INVALID_ARGS = "org.freedesktop.DBus.Error.InvalidArgs"
 
 # --- the template side: runs in the dbusmock process ---
 
@@ -36,9 +33,7 @@ _root = None
 def _record(obj, interface, member, signature, args):
     _root.journal.append((dbus.ObjectPath(obj.path), interface, member, signature,
                           dbus.Array(list(args), signature="v")))
-    keys = {member}
-    if interface == dbus.PROPERTIES_IFACE and len(args) >= 2:
-        keys.add(f"{member}:{args[1]}")
+    keys = {member, f"{member}:{args[1] if len(args) > 1 else ''}"}  # Get:NAME for properties
     for failure in _root.failures:
         path, key, name, message, count = failure
         if key in keys and path in ("", obj.path) and count != 0:
@@ -48,9 +43,6 @@ def _record(obj, interface, member, signature, args):
 
 def _install_journal():
     """Routes every mocked method and the Properties calls through _record."""
-    if getattr(DBusMockObject, "_supplicant_journal", False):
-        return
-    DBusMockObject._supplicant_journal = True
     mock_method = DBusMockObject.mock_method
     plain_get = DBusMockObject.Get
 
@@ -67,113 +59,78 @@ def _install_journal():
     @dbus.service.method(dbus.PROPERTIES_IFACE, in_signature="ssv", out_signature="")
     def set_(self, interface_name, property_name, value):
         _record(self, dbus.PROPERTIES_IFACE, "Set", "ssv", (interface_name, property_name, value))
-        if property_name not in self.props.get(interface_name, {}):
-            raise dbus.exceptions.DBusException(f"no property {property_name}", name=INVALID_ARGS)
         self.props[interface_name][property_name] = value
 
     get.__name__, set_.__name__ = "Get", "Set"
-    DBusMockObject.mock_method = journaled_method
-    DBusMockObject.Get = get
-    DBusMockObject.Set = set_
-
-
-def _text(value):
-    """A network property as the daemon shows it: always a string."""
-    if isinstance(value, (bytes, dbus.Array)):
-        return bytes(int(b) for b in value).hex()
-    return str(value)
+    DBusMockObject.mock_method, DBusMockObject.Get, DBusMockObject.Set = journaled_method, get, set_
 
 
 def _interface_methods():
-    state = {"networks": itertools.count(), "blobs": {}}
+    numbers, blobs = itertools.count(), set()
 
     def add_network(self, args):
-        path = f"{self.path}/Networks/{next(state['networks'])}"
-        props = dbus.Dictionary(
-            {k: dbus.String(_text(v), variant_level=1) for k, v in args.items()}, signature="sv")
-        _root.AddObject(path, NETWORK_IFACE, {"Properties": props}, [])
+        path = f"{self.path}/Networks/{next(numbers)}"
+        # The daemon shows every network property as a string, byte arrays in hex.
+        props = {k: bytes(v).hex() if isinstance(v, list) else str(v) for k, v in args.items()}
+        props = {"Properties": dbus.Dictionary(props, signature="sv", variant_level=1)}
+        _root.AddObject(path, NETWORK_IFACE, props, [])
         networks = list(self.props[INTERFACE_IFACE]["Networks"]) + [dbus.ObjectPath(path)]
         self.props[INTERFACE_IFACE]["Networks"] = dbus.Array(networks, signature="o")
         return dbus.ObjectPath(path)
 
     def remove_network(self, path):
-        networks = list(self.props[INTERFACE_IFACE]["Networks"])
-        if path not in networks:
-            raise dbus.exceptions.DBusException("no such network", name=ERROR + "NetworkUnknown")
-        networks.remove(path)
+        networks = [n for n in self.props[INTERFACE_IFACE]["Networks"] if n != path]
         self.props[INTERFACE_IFACE]["Networks"] = dbus.Array(networks, signature="o")
-        _root.RemoveObject(path)
 
     def select_network(self, path):
         self.props[INTERFACE_IFACE]["CurrentNetwork"] = dbus.ObjectPath(path)
 
-    def add_blob(self, name, data):
-        if name in state["blobs"]:
-            raise dbus.exceptions.DBusException(name, name=ERROR + "BlobExists")
-        state["blobs"][str(name)] = bytes(data)
-        self.props[INTERFACE_IFACE]["Blobs"] = _blobs(state["blobs"])
-
     def remove_blob(self, name):
-        if name not in state["blobs"]:
+        if name not in blobs:
             raise dbus.exceptions.DBusException(name, name=ERROR + "BlobUnknown")
-        del state["blobs"][str(name)]
-        self.props[INTERFACE_IFACE]["Blobs"] = _blobs(state["blobs"])
+        blobs.remove(name)
 
-    signal = dbus.Dictionary({"rssi": dbus.Int32(-50, variant_level=1),
-                              "linkspeed": dbus.Int32(54, variant_level=1),
-                              "frequency": dbus.UInt32(2412, variant_level=1)}, signature="sv")
+    signal = {"rssi": dbus.Int32(-50), "linkspeed": dbus.Int32(54), "frequency": dbus.UInt32(2412)}
     return [("AddNetwork", "a{sv}", "o", add_network), ("RemoveNetwork", "o", "", remove_network),
-            ("SelectNetwork", "o", "", select_network), ("AddBlob", "say", "", add_blob),
-            ("RemoveBlob", "s", "", remove_blob), ("Scan", "a{sv}", "", lambda self, args: None),
-            ("SignalPoll", "", "a{sv}", lambda self: signal)]
+            ("SelectNetwork", "o", "", select_network), ("RemoveBlob", "s", "", remove_blob),
+            ("AddBlob", "say", "", lambda self, name, _: blobs.add(name)),
+            ("Scan", "a{sv}", "", lambda self, args: None),
+            ("SignalPoll", "", "a{sv}", lambda self: dbus.Dictionary(signal, signature="sv"))]
 
 
-def _blobs(blobs):
-    return dbus.Dictionary({k: dbus.ByteArray(v) for k, v in blobs.items()}, signature="say",
-                           variant_level=1)
-
-
-def _create_interface(ifname, driver):
+def _create_interface(ifname):
     paths = _root.interfaces
-    if ifname in paths:
-        raise dbus.exceptions.DBusException("interface exists", name=ERROR + "InterfaceExists")
-    path = f"{MAIN_OBJ}/Interfaces/{next(_root.interface_numbers)}"
+    path = f"{MAIN_OBJ}/Interfaces/{len(paths)}"
     props = {"State": dbus.String("disconnected", variant_level=1),
              "Scanning": dbus.Boolean(False, variant_level=1),
              "CurrentBSS": dbus.ObjectPath("/", variant_level=1),
              "CurrentNetwork": dbus.ObjectPath("/", variant_level=1),
              "BSSs": dbus.Array([], signature="o", variant_level=1),
-             "Networks": dbus.Array([], signature="o", variant_level=1), "Blobs": _blobs({}),
-             "Ifname": dbus.String(ifname, variant_level=1),
-             "Driver": dbus.String(driver, variant_level=1)}
+             "Networks": dbus.Array([], signature="o", variant_level=1),
+             "Ifname": dbus.String(ifname, variant_level=1)}
     _root.AddObject(path, INTERFACE_IFACE, props, _interface_methods())
     paths[ifname] = path
-    _root.props[MAIN_IFACE]["Interfaces"] = dbus.Array(
-        [dbus.ObjectPath(p) for p in paths.values()], signature="o")
+    _root.props[MAIN_IFACE]["Interfaces"] = dbus.Array(paths.values(), signature="o")
     return dbus.ObjectPath(path)
 
 
 def load(mock, parameters):
-    """parameters: {"interfaces": [ifname, ...]} that the daemon already manages
-    (driver "nl80211")."""
+    """parameters: {"interfaces": [ifname, ...]} that the daemon already manages."""
     global _root  # pylint: disable=global-statement
     _root = mock
     _install_journal()
     mock.journal, mock.failures, mock.interfaces = [], [], {}
-    mock.interface_numbers = itertools.count()
-    mock.bss_numbers = itertools.count()
     mock.AddProperties(MAIN_IFACE, {"DebugLevel": dbus.String("info", variant_level=1),
                                     "Interfaces": dbus.Array([], signature="o", variant_level=1)})
 
     def get_interface(self, ifname):
         if ifname not in _root.interfaces:
-            raise dbus.exceptions.DBusException(
-                "wpa_supplicant knows nothing about this interface.",
-                name=ERROR + "InterfaceUnknown")
+            message = "wpa_supplicant knows nothing about this interface."
+            raise dbus.exceptions.DBusException(message, name=ERROR + "InterfaceUnknown")
         return dbus.ObjectPath(_root.interfaces[ifname])
 
     def create_interface(self, args):
-        return _create_interface(str(args["Ifname"]), str(args.get("Driver", "")))
+        return _create_interface(str(args["Ifname"]))
 
     mock.AddMethods(MAIN_IFACE, [("GetInterface", "s", "o", get_interface),
                                  ("CreateInterface", "a{sv}", "o", create_interface)])
@@ -188,65 +145,38 @@ def load(mock, parameters):
     def fail(self, path, member, name, message, count):
         _root.failures.append([str(path), str(member), str(name), str(message), int(count)])
 
-    def set_object_property(self, path, interface, name, value):
-        objects[path].props.setdefault(str(interface), {})[str(name)] = value
+    def set_object_property(self, path, interface, name, value):  # "": the object's own
+        objects[path].props.setdefault(str(interface) or objects[path].interface, {})[name] = value
 
-    def add_bss(self, interface_path, properties):
-        path = f"{interface_path}/BSSs/{next(_root.bss_numbers)}"
-        _root.AddObject(path, BSS_IFACE, properties, [])
-        owner = objects[interface_path].props[INTERFACE_IFACE]
-        owner["BSSs"] = dbus.Array(list(owner["BSSs"]) + [dbus.ObjectPath(path)], signature="o")
-        return dbus.ObjectPath(path)
-
-    def add_network_object(self, interface_path, properties):
-        path = f"{interface_path}/Networks/current{next(_root.bss_numbers)}"
-        _root.AddObject(path, NETWORK_IFACE, {
-            "Properties": dbus.Dictionary(properties, signature="sv", variant_level=1)}, [])
-        return dbus.ObjectPath(path)
-
-    mock.AddMethods(CONTROL_IFACE, [
-        ("GetJournal", "", "a(ossgav)", get_journal),
-        ("Clear", "", "", clear),
-        ("Fail", "ssssi", "", fail),
-        ("SetObjectProperty", "ossv", "", set_object_property),
-        ("AddBss", "oa{sv}", "o", add_bss),
-        ("AddNetworkObject", "oa{sv}", "o", add_network_object),
-    ])
+    mock.AddMethods(CONTROL_IFACE, [("GetJournal", "", "a(ossgav)", get_journal),
+                                    ("Clear", "", "", clear), ("Fail", "ssssi", "", fail),
+                                    ("SetObjectProperty", "ossv", "", set_object_property)])
 
     for ifname in parameters.get("interfaces", []):
-        _create_interface(str(ifname), "nl80211")
+        _create_interface(str(ifname))
 
 
 # --- the test side ---
 
-SIGNATURES = {dbus.Boolean: "b", dbus.Byte: "y", dbus.Int16: "n", dbus.UInt16: "q",
-              dbus.Int32: "i", dbus.UInt32: "u", dbus.Int64: "x", dbus.UInt64: "t",
-              dbus.Double: "d", dbus.ObjectPath: "o", dbus.Signature: "g", dbus.String: "s",
-              dbus.ByteArray: "ay"}
+# The types that arguments of the client's calls have.
+SIGNATURES = {dbus.Boolean: "b", dbus.Int32: "i", dbus.UInt32: "u", dbus.ObjectPath: "o",
+              dbus.String: "s"}
 
 
 def signature_of(value):
-    """The D-Bus signature of a value as dbus-python received it."""
-    if isinstance(value, dbus.Dictionary):
-        return "a{" + (value.signature or "sv") + "}"
-    if isinstance(value, dbus.Array):
-        return "a" + (value.signature or "v")
-    if isinstance(value, dbus.Struct):
-        return "(" + "".join(signature_of(v) for v in value) + ")"
-    return SIGNATURES[type(value)]
+    """The D-Bus signature of an argument (an array or basic value) as dbus-python has it."""
+    return "a" + value.signature if isinstance(value, dbus.Array) else SIGNATURES[type(value)]
 
 
 def plain(value):
     """The value as ordinary Python data (byte arrays as bytes)."""
-    if isinstance(value, dbus.ByteArray) or getattr(value, "signature", None) == "y":
-        return bytes(int(b) if not isinstance(b, (bytes, str)) else ord(b) for b in value)
+    if getattr(value, "signature", None) == "y":
+        return bytes(value)
     if isinstance(value, dbus.Dictionary):
         return {plain(k): plain(v) for k, v in value.items()}
-    if isinstance(value, (dbus.Array, dbus.Struct)):
+    if isinstance(value, dbus.Array):
         return [plain(v) for v in value]
-    if isinstance(value, (dbus.Boolean, str)):  # String, ObjectPath and Signature are str
-        return bool(value) if isinstance(value, dbus.Boolean) else str(value)
-    return float(value) if isinstance(value, dbus.Double) else int(value)
+    return str(value) if isinstance(value, str) else int(value)  # String and ObjectPath are str
 
 
 def typed(value):
@@ -260,7 +190,7 @@ Call = collections.namedtuple("Call", "path interface member signature args")
 Call.typed = lambda self: [typed(a) for a in self.args]
 
 
-class SupplicantDouble:
+class SupplicantDouble(contextlib.AbstractContextManager):
     """The double on a Player's system bus; a context manager that stops it."""
 
     def __init__(self, player, interfaces=()):
@@ -273,25 +203,24 @@ class SupplicantDouble:
              "--parameters", json.dumps({"interfaces": list(interfaces)})],
             ready=lambda _: self.bus.name_has_owner(BUS_NAME), timeout=20.0)
         self.control = dbus.Interface(self.bus.get_object(BUS_NAME, MAIN_OBJ), CONTROL_IFACE)
-
-    def __enter__(self):
-        return self
+        self.objects = itertools.count()
 
     def __exit__(self, *exc):
         self.daemon.stop()
         self.bus.close()
-        return False
+
+    def mock(self, path):
+        """dbusmock's own interface on the object at path (AddMethod, AddObject...)."""
+        return dbus.Interface(self.bus.get_object(BUS_NAME, path), MOCK_IFACE)
 
     def _get(self, path, interface, name):
         return self.bus.get_object(BUS_NAME, path).Get(interface, name,
                                                        dbus_interface=dbus.PROPERTIES_IFACE)
 
     def interface_path(self, ifname):
-        """The object path of the interface ifname, or None."""
-        for path in self._get(MAIN_OBJ, MAIN_IFACE, "Interfaces"):
-            if self._get(path, INTERFACE_IFACE, "Ifname") == ifname:
-                return str(path)
-        return None
+        path, = [p for p in self._get(MAIN_OBJ, MAIN_IFACE, "Interfaces")
+                 if self._get(p, INTERFACE_IFACE, "Ifname") == ifname]
+        return str(path)
 
     def calls(self, member=None):
         """The recorded calls, oldest first (only those of member if given)."""
@@ -306,8 +235,7 @@ class SupplicantDouble:
         self.control.Clear()
 
     def fail(self, member, error_name, message="injected", path="", count=1):
-        """The next count calls of member (on path, or any object; count -1:
-        all) fail with error_name. Properties calls are "Get", "Set" or "Get:NAME"."""
+        """The next count (-1: all) calls of member ("Get:NAME" too) on path (or any) fail."""
         self.control.Fail(path, member, error_name, message, count)
 
     def set_property(self, path, interface, name, value):
@@ -315,36 +243,31 @@ class SupplicantDouble:
         self.control.SetObjectProperty(path, interface, name, value)
 
     def set_state(self, ifname, state):
-        self.set_property(self._path(ifname), INTERFACE_IFACE, "State", state)
+        self.set_property(self.interface_path(ifname), INTERFACE_IFACE, "State", state)
+
+    def _add_object(self, path, interface, properties):
+        self.mock(MAIN_OBJ).AddObject(path, interface, dbus.Dictionary(properties, signature="sv"),
+                                      dbus.Array([], signature="(ssss)"))
+        return path
 
     def set_current_network(self, ifname, properties):
         """Makes a network with these "Properties" the current one; None: none."""
-        path = "/"
-        if properties is not None:
-            path = self.control.AddNetworkObject(self._path(ifname),
-                                                 dbus.Dictionary(properties, signature="sv"))
-        self.set_property(self._path(ifname), INTERFACE_IFACE, "CurrentNetwork",
-                          dbus.ObjectPath(path))
-        return str(path)
+        owner = self.interface_path(ifname)
+        path = "/" if properties is None else self._add_object(
+            f"{owner}/Networks/current{next(self.objects)}", NETWORK_IFACE,
+            {"Properties": dbus.Dictionary(properties, signature="sv")})
+        self.set_property(owner, INTERFACE_IFACE, "CurrentNetwork", dbus.ObjectPath(path))
+        return path
 
     def add_bss(self, ifname, ssid=b"", bssid=b"\x00\x11\x22\x33\x44\x55", signal=-50,
                 frequency=2412, current=False):
         """Adds a BSS to the interface's list (and makes it the current one)."""
-        props = {"SSID": dbus.ByteArray(ssid), "BSSID": dbus.ByteArray(bssid),
-                 "Signal": dbus.Int16(signal), "Frequency": dbus.UInt16(frequency)}
-        path = str(self.control.AddBss(self._path(ifname), dbus.Dictionary(props, signature="sv")))
+        owner = self.interface_path(ifname)
+        path = self._add_object(f"{owner}/BSSs/{next(self.objects)}", BSS_IFACE, {
+            "SSID": dbus.ByteArray(ssid), "BSSID": dbus.ByteArray(bssid),
+            "Signal": dbus.Int16(signal), "Frequency": dbus.UInt16(frequency)})
+        bsses = list(self._get(owner, INTERFACE_IFACE, "BSSs")) + [dbus.ObjectPath(path)]
+        self.set_property(owner, INTERFACE_IFACE, "BSSs", dbus.Array(bsses, signature="o"))
         if current:
-            self.set_property(self._path(ifname), INTERFACE_IFACE, "CurrentBSS",
-                              dbus.ObjectPath(path))
-        return path
-
-    def set_method(self, path, interface, name, in_signature, out_signature, code):
-        """Replaces or adds a method, with dbusmock's code string ("ret = ...")."""
-        mock = dbus.Interface(self.bus.get_object(BUS_NAME, path), MOCK_IFACE)
-        mock.AddMethod(interface, name, in_signature, out_signature, code)
-
-    def _path(self, ifname):
-        path = self.interface_path(ifname)
-        if path is None:
-            raise KeyError(f"the double has no interface {ifname}")
+            self.set_property(owner, INTERFACE_IFACE, "CurrentBSS", dbus.ObjectPath(path))
         return path

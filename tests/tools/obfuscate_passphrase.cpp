@@ -1,6 +1,5 @@
-// Prints the stored form of a passphrase, as the registry keeps it in "wp":
-//   obfuscate_passphrase A PASSPHRASE        (built-in key)
-//   obfuscate_passphrase C KEY PASSPHRASE    (customer key, as raw characters)
+// Prints the stored form of a passphrase under the built-in key, as the registry keeps it in
+// "wp": obfuscate_passphrase A PASSPHRASE
 
 #include <cstdio>
 #include <exception>
@@ -10,20 +9,13 @@
 #include "tests/support/passphrase_obfuscator.h"
 
 int main(int argc, char** argv) {
-  const std::string tag = argc > 1 ? argv[1] : "";
+  if (argc != 3 || std::string(argv[1]) != "A") {
+    std::fprintf(stderr, "usage: obfuscate_passphrase A PASSPHRASE\n");
+    return 1;
+  }
   try {
-    std::string text;
-    if ((tag == "A" || tag == "a") && argc == 3) {
-      text = corvo::test::ObfuscatePassphrase(tag[0], corvo::BuiltInObfuscationKey(), argv[2]);
-    } else if ((tag == "C" || tag == "c") && argc == 4) {
-      text = corvo::test::ObfuscatePassphrase(tag[0], argv[2], argv[3]);
-    } else {
-      std::fprintf(stderr,
-                   "usage: obfuscate_passphrase A PASSPHRASE\n"
-                   "       obfuscate_passphrase C KEY PASSPHRASE\n");
-      return 1;
-    }
-    std::printf("%s\n", text.c_str());
+    const std::string key = corvo::BuiltInObfuscationKey();
+    std::puts(corvo::test::ObfuscatePassphrase('A', key, argv[2]).c_str());
     return 0;
   } catch (const std::exception& e) {
     std::fprintf(stderr, "obfuscate_passphrase: %s\n", e.what());

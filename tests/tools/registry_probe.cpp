@@ -1,10 +1,6 @@
-// Runs one registry operation through the process-wide client and prints the
-// result, so that tests can drive the client from outside: registry_probe OP
-// ARGS..., OP a Registry operation name or "threads SECTION KEY" (two Reads at
-// once from two threads). An argument "hex:4142ff" stands for the raw bytes
-// 41 42 ff. Results: strings as they are, lists one item per line, maps as
-// "key=value" lines, booleans as "true"/"false". A failure prints
-// "EXCEPTION <kind>: <what>" and exits 2.
+// Drives the registry client for tests: registry_probe OP ARGS..., OP a Registry operation or
+// "threads SECTION KEY" (two Reads at once); "hex:4142ff" is the bytes 41 42 ff. Lists print a
+// line an item, maps "key=value". A failure prints "EXCEPTION <kind>: <what>" and exits 2.
 
 #include <cstdio>
 #include <exception>
@@ -15,37 +11,20 @@
 #include <vector>
 
 #include <boost/thread/thread.hpp>
+#include "lib/platform/base/hex.h"
 #include "lib/platform/bus/bus_error.h"
 #include "lib/platform/settings/registry.h"
 
 namespace {
 
-std::string DecodeArgument(const std::string& text) {
-  const std::string prefix = "hex:";
-  if (text.compare(0, prefix.size(), prefix) != 0) return text;
-  const std::string hex = text.substr(prefix.size());
-  if (hex.size() % 2 != 0) throw std::invalid_argument("odd number of hex digits: " + text);
-  std::string bytes;
-  for (size_t i = 0; i < hex.size(); i += 2) {
-    bytes.push_back(static_cast<char>(std::stoul(hex.substr(i, 2), nullptr, 16)));
-  }
-  return bytes;
-}
-
 boost::mutex g_output;
 
 void PrintLine(const std::string& text) {
   boost::lock_guard<boost::mutex> lock(g_output);
-  std::fwrite(text.data(), 1, text.size(), stdout);
-  std::fputc('\n', stdout);
+  std::printf("%s\n", text.c_str());
 }
 
 void PrintBool(bool value) { PrintLine(value ? "true" : "false"); }
-
-template <typename E>
-bool Is(const std::exception& e) {
-  return dynamic_cast<const E*>(&e) != nullptr;
-}
 
 // Returns the exit status; the exception is described on standard output.
 int Describe(const std::function<void()>& run, const std::string& prefix = "") {
@@ -55,12 +34,11 @@ int Describe(const std::function<void()>& run, const std::string& prefix = "") {
     return 0;
   } catch (const std::exception& e) {
     using R = corvo::Registry;
-    const auto* bus = dynamic_cast<const corvo::BusError*>(&e);
-    if (bus) kind = "DBus " + bus->Name();
-    if (Is<R::InvalidEncoding>(e)) kind = "InvalidEncoding";
-    if (Is<R::InvalidName>(e)) kind = "InvalidName";
-    if (Is<R::InvalidJson>(e)) kind = "InvalidJson";
-    if (Is<R::Full>(e)) kind = "Full";
+    if (const auto* bus = dynamic_cast<const corvo::BusError*>(&e)) kind = "DBus " + bus->Name();
+    if (dynamic_cast<const R::InvalidEncoding*>(&e)) kind = "InvalidEncoding";
+    if (dynamic_cast<const R::InvalidName*>(&e)) kind = "InvalidName";
+    if (dynamic_cast<const R::InvalidJson*>(&e)) kind = "InvalidJson";
+    if (dynamic_cast<const R::Full*>(&e)) kind = "Full";
     PrintLine(prefix + "EXCEPTION " + kind + ": " + e.what());
   }
   return 2;
@@ -94,11 +72,9 @@ const std::map<std::string, std::function<void(const Args&)>> kOperations = {
        // Both threads share the one client; each prints its own line.
        int status[2] = {0, 0};
        auto reader = [&](int index) {
-         std::string value;
          const std::string prefix = "thread " + std::to_string(index) + ": ";
-         status[index] =
-             Describe([&] { value = corvo::GetRegistry().Read(a.at(0), a.at(1)); }, prefix);
-         if (status[index] == 0) PrintLine(prefix + value);
+         status[index] = Describe(
+             [&] { PrintLine(prefix + corvo::GetRegistry().Read(a.at(0), a.at(1))); }, prefix);
        };
        boost::thread first(reader, 0);
        boost::thread second(reader, 1);
@@ -115,11 +91,13 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: registry_probe OP [ARGS...]\n");
     return 1;
   }
-  const int status = Describe([&] {
-    Args arguments;
-    for (int i = 2; i < argc; ++i) arguments.push_back(DecodeArgument(argv[i]));
+  return Describe([&] {
+    Args arguments(argv + 2, argv + argc);
+    for (std::string& argument : arguments) {
+      if (argument.compare(0, 4, "hex:") != 0) continue;
+      const auto bytes = corvo::HexDecode(argument.substr(4));
+      argument.assign(bytes.begin(), bytes.end());
+    }
     kOperations.at(argv[1])(arguments);
   });
-  std::fflush(stdout);
-  return status;
 }

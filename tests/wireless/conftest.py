@@ -10,12 +10,17 @@ sys.path[:0] = [str(ROOT / "tools"), str(ROOT / "tests" / "support")]
 
 from player.fixtures import linkrig_binary, make_player, player, pytest_configure  # noqa: E402,F401
 
-BUILD = Path(os.environ.get("LINKRIG_BUILD_DIR", "/work/main/build"))
-PROBE = BUILD / "tests" / "supplicant_probe"
+PROBE = Path(os.environ.get("LINKRIG_BUILD_DIR", ROOT / "build")) / "tests" / "supplicant_probe"
 
 
 @pytest.fixture(scope="session")
-def supplicant_probe():
+def probe():
+    """Runs supplicant_probe in a player: probe(player, *args) is (status, stdout, stderr)."""
     if not os.access(PROBE, os.X_OK):
         pytest.skip(f"supplicant_probe is not built ({PROBE}); set LINKRIG_BUILD_DIR")
-    return str(PROBE)
+
+    def run(p, *args):
+        r = p.run([str(PROBE), *args])
+        assert "Sanitizer" not in r.stderr and "runtime error" not in r.stderr, r.stderr
+        return r.returncode, r.stdout, r.stderr
+    return run
