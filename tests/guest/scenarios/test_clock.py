@@ -30,14 +30,21 @@ def player(make_player):
     set_clock(time.time() - (wall_offset() - offset))
 
 
-# Whether to set it at all (a PTP slave, a tiny difference) is the command and unit tests' work.
-def test_host_start_sets_the_clock(player):
-    set_clock(time.time() - HOUR)
-    player.start_ntp_server(address=FAR, offset=HOUR)
-    player.start_registry({"networking": {"ntp_server": FAR, "ptp_domain": ""}})
+@pytest.mark.parametrize("wrong_by, ptp, line", [
+    (HOUR, False, "Setting system clock to "),
+    (HOUR, "slave", "Player is a PTP slave so not changing the clock.\n"),
+    (0.05, "no-daemon", "Skip changing the clock this time - it's too small a difference.\n"),
+], ids=["set", "ptp-slave", "tiny-difference"])
+def test_host_start_sets_the_clock(player, wrong_by, ptp, line):
+    set_clock(time.time() - wrong_by)
+    player.start_ntp_server(address=FAR, offset=wrong_by)
+    if ptp == "slave":
+        player.start_ptp_slave(3)
+    player.start_registry({"networking": {"ntp_server": FAR, "ptp_domain": "3" if ptp else ""}})
     offset = wall_offset()
     result = player.linkrig("host", "start")
     set_by = wall_offset() - offset
-    assert result.returncode == 0 and "Setting system clock to " in result.stderr, result.stderr
-    assert abs(set_by - HOUR) < 1.0, result.stderr
-    assert player.exists("/var/run/linkrig-clock-set")
+    assert result.returncode == 0 and line in result.stderr, result.stderr
+    setting = line.startswith("Setting")
+    assert abs(set_by - (wrong_by if setting else 0)) < (1.0 if setting else 0.01), result.stderr
+    assert player.exists("/var/run/linkrig-clock-set") == setting
