@@ -21,7 +21,8 @@ PACKAGES=(
 # as modules and iw (tools/guest/run.sh); the static busybox above also serves its initramfs;
 # `package` the Debian packaging tools and udev, whose daemon the hot-plug tests run
 # (scripts/package.sh, tests/package); `bench` the instruction counter and the timer of
-# scripts/bench.sh; `fuzz` clang and libFuzzer (scripts/fuzz.sh).
+# scripts/bench.sh; `fuzz` clang and libFuzzer (scripts/fuzz.sh); `coverage` gcovr
+# (scripts/coverage.sh).
 for extra in "$@"; do
   case $extra in
     armhf) PACKAGES+=(crossbuild-essential-armhf qemu-user debootstrap) ;;
@@ -29,6 +30,7 @@ for extra in "$@"; do
     package) PACKAGES+=(dpkg-dev lintian udev) ;;
     bench) PACKAGES+=(valgrind time) ;;
     fuzz) PACKAGES+=(clang-14 libfuzzer-14-dev) ;;
+    coverage) PACKAGES+=(gcovr) ;;
     *) echo "install-deps: unknown extra $extra" >&2; exit 2 ;;
   esac
 done
