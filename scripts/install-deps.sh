@@ -14,7 +14,7 @@ PACKAGES=(
   iproute2 util-linux procps psmisc kmod
   dhcpcd-base udhcpd busybox-static iptables linuxptp faketime
   wpasupplicant hostapd avahi-daemon socat ppp chrony
-  gnutls-bin openssl
+  gnutls-bin openssl strace
 )
 # Extras by name: `armhf` adds the cross compiler, the emulator and debootstrap
 # (scripts/armhf.sh); `guest` the system emulator, a kernel with every feature

@@ -54,13 +54,35 @@ int LinkConfigCommand::Run(int argc, const char* const* argv) {
 }
 
 int LinkConfigCommand::Dispatch(const std::string& ifname, const std::string& action) {
-  static const char* const kChanging[] = {"init", "add",         "remove", "start",
-                                          "stop", "reconfigure", "update"};
-  // Overlapping runs of one interface take turns; a link check changes nothing.
-  std::unique_ptr<HeldLock> lock;
-  for (const char* changing : kChanging) {
-    if (action == changing) lock = TakeRunLock(m_platform, ifname);
+  static const char* const kChanging[] = {"init", "add", "remove", "start", "stop", "reconfigure"};
+  // The update of an interface never waits for its lock (run_lock.h): dhcpcd waits for it.
+  if (action == "update" && ifname != kHost) {
+    RequestUpdate(m_platform, ifname);
+    const std::optional<int> status = MakeRequestedUpdates(ifname);
+    if (!status) {
+      m_platform.log.Print("linkrig: the run holding %s makes this update\n",
+                           RunLockPath(ifname));
+    }
+    return status.value_or(0);
   }
+  // Overlapping runs of one interface take turns; a link check changes nothing.
+  bool changing = action == "update";
+  for (const char* name : kChanging) changing = changing || action == name;
+  if (!changing) return Act(ifname, action);
+  int status = 2;
+  try {
+    const auto lock = TakeRunLock(m_platform, ifname);
+    status = Act(ifname, action);
+  } catch (...) {
+    MakeRequestedUpdates(ifname);
+    throw;
+  }
+  // Updates requested while this run held the lock.
+  const std::optional<int> updates = MakeRequestedUpdates(ifname);
+  return status != 0 ? status : updates.value_or(0);
+}
+
+int LinkConfigCommand::Act(const std::string& ifname, const std::string& action) {
   LedNetworkStatusObserver observer(ifname, m_platform.files);
   if (action == "init" || action == "add") {
     return ifname == kDialupPort ? ModemStartCheck(ifname, m_platform) : 0;
@@ -75,6 +97,27 @@ int LinkConfigCommand::Dispatch(const std::string& ifname, const std::string& ac
   if (action == "update") return Update(ifname, observer);
   m_platform.log.Print("%s", kUsage);
   return 1;
+}
+
+std::optional<int> LinkConfigCommand::MakeRequestedUpdates(const std::string& ifname) {
+  if (ifname == kHost) return 0;
+  int status = 0;
+  for (;;) {
+    const auto lock = TryRunLock(m_platform, ifname);
+    // Its holder makes them once it lets go.
+    if (!lock) return std::nullopt;
+    const std::vector<std::string> requested = TakeUpdateRequests(m_platform, ifname);
+    if (requested.empty()) return status;
+    for (const std::string& name : requested) {
+      try {
+        LedNetworkStatusObserver observer(name, m_platform.files);
+        Update(name, observer);
+      } catch (const std::exception& e) {
+        m_platform.log.Print("linkrig: EXCEPTION: %s\n", e.what());
+        status = 2;
+      }
+    }
+  }
 }
 
 bool LinkConfigCommand::IsSupplicantInterface(const std::string& ifname) {
@@ -126,15 +169,15 @@ int LinkConfigCommand::Reconfigure(const std::string& ifname, LedNetworkStatusOb
 }
 
 int LinkConfigCommand::Update(const std::string& ifname, LedNetworkStatusObserver& observer) {
-  // A default route is what a lease brings: the network may have a time server now.
-  std::optional<NetworkTimeThread> network_time;
-  if (ifname != kHost && m_platform.network.HasDefaultRoute(ifname)) {
-    network_time.emplace(m_platform);
+  // A default route is what a lease brings: the network may have a time server now. The
+  // query goes on without this run, which dhcpcd waits for.
+  if (ifname != kHost && m_platform.network.HasDefaultRoute(ifname) &&
+      NetworkTimeIsDue(m_platform)) {
+    StartDetachedNetworkTime(m_platform);
   }
   UpdateLed(observer, m_platform);
   const HostReader host(m_platform.registry, m_platform.hardware.SerialNumber());
   if (host.Forwarding() == PersistentNetworkConfig::kNat) ConfigureNat(ifname, m_platform);
-  if (network_time) network_time->Join();
   return 0;
 }
 

@@ -2,6 +2,7 @@
 // The command's front end: checks the arguments and runs the steps for one
 // (interface, action) pair.
 
+#include <optional>
 #include <string>
 
 #include "lib/hardware/boot_environment.h"
@@ -24,6 +25,10 @@ class LinkConfigCommand {
 
  private:
   int Dispatch(const std::string& ifname, const std::string& action);
+  int Act(const std::string& ifname, const std::string& action);
+  // Makes the updates requested for the interface and its VLANs while the lock is free; their
+  // status (2 when one failed), or nothing when another run holds the lock.
+  std::optional<int> MakeRequestedUpdates(const std::string& ifname);
   int Start(const std::string& ifname, LedNetworkStatusObserver& observer);
   int Stop(const std::string& ifname, LedNetworkStatusObserver& observer);
   int Reconfigure(const std::string& ifname, LedNetworkStatusObserver& observer);

@@ -1,5 +1,6 @@
 #include "apps/steps/dhcp.h"
 
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -72,6 +73,15 @@ void ConfigureDhcp(LedNetworkStatusObserver* observer,
   const int status = platform.programs.Run(kDhcpClient, args, kFlags);
   // Stopping a client that is not running fails, and that is normal.
   if (start && status != 0) platform.log.Print("linkrig: Failed to spawn dhcpcd: %d\n", status);
+  if (!start) {
+    // An exiting dhcpcd may leave what it configured ("persistent" in its configuration): the
+    // stopped configuration's addresses go now, before another one applies.
+    try {
+      platform.network.RemoveAddresses(ifname);
+    } catch (const std::exception& e) {
+      platform.log.Print("linkrig: Unable to remove the addresses of %s: %s\n", ifname, e.what());
+    }
+  }
 
   ConfigureDhcpServer(observer, reader, ifname, start, platform);
 }

@@ -2,8 +2,7 @@
 #include <csignal>
 #include <cstdint>
 #include <fmt/printf.h>
-#include <memory>
-#include <ostream>
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -63,12 +62,15 @@ void StartServer(const InterfaceReader& reader, const std::string& ifname,
   platform.log.Print("Starting DHCP server for '%s'\n", ifname);
 
   const std::string conf_file = fmt::sprintf("/var/run/udhcpd-%s.conf", ifname);
-  const std::vector<std::string> lines = ServerConfiguration(reader, ifname, pid_file);
-  {
-    // A file that cannot be written is not reported: the server then fails
-    // on its own and its exit code is.
-    const std::unique_ptr<std::ostream> out = platform.files.Create(conf_file, 0644);
-    for (const std::string& line : lines) *out << line << '\n' << std::flush;
+  std::string text;
+  for (const std::string& line : ServerConfiguration(reader, ifname, pid_file)) {
+    text += line + '\n';
+  }
+  try {
+    // Whole or not at all: the server never reads half a configuration.
+    platform.files.Replace(conf_file, text, 0644);
+  } catch (const std::exception&) {
+    // Not reported: the server then fails on its own, and its exit code is.
   }
 
   const int status = platform.programs.Run(kDhcpServer, {conf_file}, kFlags);

@@ -3,8 +3,6 @@
 #include <csignal>
 #include <cstdint>
 #include <exception>
-#include <memory>
-#include <ostream>
 #include <stdexcept>
 #include <vector>
 
@@ -51,43 +49,50 @@ void Validate(const DialupSettings& settings) {
   }
 }
 
+// Whole or not at all, private from the first byte: pppd may redial at any moment and must
+// never read half a file. Errors become the step's own message.
+void WritePrivateFile(Files& files, const char* path, const std::string& content,
+                      const char* failure) {
+  try {
+    files.Replace(path, content, kPrivateFile);
+  } catch (const std::exception&) {
+    throw std::runtime_error(failure);
+  }
+}
+
 void WriteChatScript(const DialupSettings& settings, Files& files) {
-  const std::unique_ptr<std::ostream> out = files.Create(kChatScriptPath, kPrivateFile);
-  *out << "ABORT BUSY\n"
-       << "ABORT VOICE\n"
-       << "ABORT \"NO CARRIER\"\n"
-       << "ABORT \"NO DIALTONE\"\n"
-       << "ABORT \"NO DIAL TONE\"\n"
-       << "ABORT \"ERROR\"\n"
-       << "\"\" ATZ\n";
-  if (!settings.init.empty()) *out << "OK \"" << EscapeForChat(settings.init) << "\"\n";
-  *out << "OK ATDT" << settings.number << "\n"
-       << "CONNECT \"\"\n";
-  out->flush();
-  if (!*out) throw std::runtime_error("Failed to create peer chatscript");
+  std::string script =
+      "ABORT BUSY\n"
+      "ABORT VOICE\n"
+      "ABORT \"NO CARRIER\"\n"
+      "ABORT \"NO DIALTONE\"\n"
+      "ABORT \"NO DIAL TONE\"\n"
+      "ABORT \"ERROR\"\n"
+      "\"\" ATZ\n";
+  if (!settings.init.empty()) script += "OK \"" + EscapeForChat(settings.init) + "\"\n";
+  script += "OK ATDT" + settings.number + "\nCONNECT \"\"\n";
+  WritePrivateFile(files, kChatScriptPath, script, "Failed to create peer chatscript");
 }
 
 void WritePeerFile(const std::string& device, const DialupSettings& settings, Files& files) {
-  const std::unique_ptr<std::ostream> out = files.Create(kPeerFilePath, kPrivateFile);
-  *out << device << "\n"
-       << "115200\n"
-       << "connect \"/sbin/chat -s 2>/dev/kmsg -v -f " << kChatScriptPath << "\"\n"
-       << "noipdefault\n"
-       << "usepeerdns\n"
-       << "noauth\n"
-       << "user '" << settings.user << "'\n"
-       << "password '" << settings.password << "'\n"
-       << "nodetach\n"
-       << "unit 0\n"
-       << "logfile /dev/kmsg\n"
-       << "linkname peer\n"
-       << "lock\n"
-       << "persist\n"
-       << "holdoff 15\n"
-       << "maxfail 0\n"
-       << "ipparam " << settings.link_parameter << "\n";
-  out->flush();
-  if (!*out) throw std::runtime_error("Failed to create peer configuration file");
+  const std::string peer = device + "\n" +
+                           "115200\n"
+                           "connect \"/sbin/chat -s 2>/dev/kmsg -v -f " + kChatScriptPath + "\"\n"
+                           "noipdefault\n"
+                           "usepeerdns\n"
+                           "noauth\n"
+                           "user '" + settings.user + "'\n"
+                           "password '" + settings.password + "'\n"
+                           "nodetach\n"
+                           "unit 0\n"
+                           "logfile /dev/kmsg\n"
+                           "linkname peer\n"
+                           "lock\n"
+                           "persist\n"
+                           "holdoff 15\n"
+                           "maxfail 0\n"
+                           "ipparam " + std::to_string(settings.link_parameter) + "\n";
+  WritePrivateFile(files, kPeerFilePath, peer, "Failed to create peer configuration file");
 }
 
 }  // namespace

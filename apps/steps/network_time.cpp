@@ -1,7 +1,8 @@
 #include "apps/steps/network_time.h"
 
+#include <cstdlib>
 #include <cstring>
-#include <string>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -24,6 +25,16 @@ bool IsPtpSlave(int domain, Programs& programs) {
   return programs.Run("/bin/sh", {"-c", command}, kPmcFlags) == 0;
 }
 
+// The markers are read by later runs: written whole, and a failure is said but changes
+// nothing else.
+void WriteMarker(Platform& platform, const char* path, std::int64_t seconds) {
+  try {
+    platform.files.Replace(path, std::to_string(seconds) + "\n", 0644);
+  } catch (const std::exception& e) {
+    platform.log.Print("linkrig: %s\n", e.what());
+  }
+}
+
 }  // namespace
 
 bool ClockIsSet(Platform& platform) {
@@ -33,19 +44,19 @@ bool ClockIsSet(Platform& platform) {
 int SetClock(Platform& platform, std::int64_t seconds, long microseconds) {
   const int error = platform.system_clock.SetRealtime(seconds, microseconds);
   // The time that was set, for whoever looks.
-  if (error == 0) platform.files.Write(kClockSetMarker, std::to_string(seconds) + "\n");
+  if (error == 0) WriteMarker(platform, kClockSetMarker, seconds);
   return error;
 }
 
-void SetClockFromNetworkTime(std::int64_t network_time_ns, Platform& platform) {
+void SetClockFromNetworkTime(std::int64_t network_time_ns, const std::string& ptp_domain,
+                             Platform& platform) {
   SystemClock& clock = platform.system_clock;
   LogSink& log = platform.log;
   const std::int64_t network_us = network_time_ns / 1000;
   const std::int64_t now_us = clock.RealtimeMicroseconds();
 
-  const std::string domain = platform.registry.Read("networking", "ptp_domain");
-  if (!domain.empty()) {
-    if (IsPtpSlave(std::stoi(domain, nullptr, 10), platform.programs)) {
+  if (!ptp_domain.empty()) {
+    if (IsPtpSlave(std::stoi(ptp_domain, nullptr, 10), platform.programs)) {
       log.Print("Player is a PTP slave so not changing the clock.\n");
       return;
     }
@@ -60,27 +71,57 @@ void SetClockFromNetworkTime(std::int64_t network_time_ns, Platform& platform) {
 
   const std::int64_t seconds = network_us / 1000000;
   const long microseconds = static_cast<long>(network_us % 1000000);
-  log.Print("Setting system clock to %ld.%06ld\n", static_cast<long>(seconds), microseconds);
+  log.Print("Setting system clock to %lld.%06ld\n", static_cast<long long>(seconds), microseconds);
   const int error = SetClock(platform, seconds, microseconds);
   if (error != 0) log.Print("Unable to set system clock: (%d) %s\n", error, std::strerror(error));
 }
 
-std::optional<std::int64_t> ObtainNetworkTime(Platform& platform) {
-  std::string server = platform.registry.Read("networking", "ntp_server");
-  if (server.empty()) server = kDefaultNtpServer;
-  const NetworkTimeResult result = platform.network_time.Query(server);
-  if (!result.time_ns) platform.log.Print("linkrig: No network time: %s\n", result.error);
-  return result.time_ns;
+NetworkTimeSettings ReadNetworkTimeSettings(Platform& platform) {
+  NetworkTimeSettings settings;
+  settings.server = platform.registry.Read("networking", "ntp_server");
+  if (settings.server.empty()) settings.server = kDefaultNtpServer;
+  settings.ptp_domain = platform.registry.Read("networking", "ptp_domain");
+  return settings;
+}
+
+void SetClockFromTimeServer(const NetworkTimeSettings& settings, Platform& platform) {
+  const NetworkTimeResult result = platform.network_time.Query(settings.server);
+  if (!result.time_ns) {
+    platform.log.Print("linkrig: No network time: %s\n", result.error);
+    return;
+  }
+  SetClockFromNetworkTime(*result.time_ns, settings.ptp_domain, platform);
+  WriteMarker(platform, kNetworkTimeMarker, *result.time_ns / 1000000000);
+}
+
+bool NetworkTimeIsDue(Platform& platform) {
+  const std::optional<std::string> text = platform.files.Read(kNetworkTimeMarker);
+  if (!text) return true;
+  char* end = nullptr;
+  const long long answered = std::strtoll(text->c_str(), &end, 10);
+  if (end == text->c_str()) return true;
+  const std::int64_t now = platform.system_clock.RealtimeMicroseconds() / 1000000;
+  const auto refresh = std::chrono::duration_cast<std::chrono::seconds>(kNetworkTimeRefresh);
+  return now < answered || now - answered >= refresh.count();
+}
+
+void StartDetachedNetworkTime(Platform& platform) {
+  const NetworkTimeSettings settings = ReadNetworkTimeSettings(platform);
+  platform.programs.RunDetached([settings, &platform] {
+    const auto only = platform.locks.Acquire(kNetworkTimeLock, std::chrono::milliseconds(0), [] {});
+    if (!only) return;  // another update's query is under way
+    try {
+      SetClockFromTimeServer(settings, platform);
+    } catch (const std::exception& e) {
+      platform.log.Print("linkrig: EXCEPTION: %s\n", e.what());
+    }
+  });
 }
 
 NetworkTimeThread::NetworkTimeThread(Platform& platform)
-    : NetworkTimeThread([&platform] { return ObtainNetworkTime(platform); }, platform) {}
-
-NetworkTimeThread::NetworkTimeThread(TimeSource source, Platform& platform)
-    : m_thread([this, source = std::move(source), &platform] {
+    : m_thread([this, &platform] {
         try {
-          const std::optional<std::int64_t> network_time = source();
-          if (network_time) SetClockFromNetworkTime(*network_time, platform);
+          SetClockFromTimeServer(ReadNetworkTimeSettings(platform), platform);
         } catch (...) {
           m_error = std::current_exception();
         }

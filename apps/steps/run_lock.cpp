@@ -8,8 +8,23 @@
 
 namespace corvo {
 
+namespace {
+
+constexpr char kRunDirectory[] = "/var/run";
+constexpr char kPrefix[] = "linkrig-";
+constexpr char kUpdateSuffix[] = ".update";
+
+// The interface whose lock a VLAN shares.
+std::string LockOwner(const std::string& ifname) { return ifname.substr(0, ifname.find('.')); }
+
+bool EndsWith(const std::string& text, const std::string& end) {
+  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+}  // namespace
+
 std::string RunLockPath(const std::string& ifname) {
-  return "/var/run/linkrig-" + ifname.substr(0, ifname.find('.')) + ".lock";
+  return fmt::format("{}/{}{}.lock", kRunDirectory, kPrefix, LockOwner(ifname));
 }
 
 std::unique_ptr<HeldLock> TakeRunLock(Platform& platform, const std::string& ifname) {
@@ -24,8 +39,30 @@ std::unique_ptr<HeldLock> TakeRunLock(Platform& platform, const std::string& ifn
   return lock;
 }
 
+std::unique_ptr<HeldLock> TryRunLock(Platform& platform, const std::string& ifname) {
+  return platform.locks.Acquire(RunLockPath(ifname), std::chrono::milliseconds(0), [] {});
+}
+
 std::unique_ptr<HeldLock> TakeHostLock(Platform& platform) {
   return TakeRunLock(platform, kHost);
+}
+
+void RequestUpdate(Platform& platform, const std::string& ifname) {
+  platform.files.Replace(fmt::format("{}/{}{}{}", kRunDirectory, kPrefix, ifname, kUpdateSuffix),
+                         "", 0644);
+}
+
+std::vector<std::string> TakeUpdateRequests(Platform& platform, const std::string& ifname) {
+  std::vector<std::string> requested;
+  for (const std::string& name : platform.files.List(kRunDirectory)) {
+    if (name.rfind(kPrefix, 0) != 0 || !EndsWith(name, kUpdateSuffix)) continue;
+    const std::string target =
+        name.substr(sizeof kPrefix - 1, name.size() - (sizeof kPrefix - 1) - (sizeof kUpdateSuffix - 1));
+    if (target.empty() || LockOwner(target) != LockOwner(ifname)) continue;
+    platform.files.Remove(std::string(kRunDirectory) + "/" + name);
+    requested.push_back(target);
+  }
+  return requested;
 }
 
 }  // namespace corvo

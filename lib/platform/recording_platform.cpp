@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cctype>
 #include <csignal>
+#include <netinet/in.h>
 #include <cstring>
-#include <sstream>
 #include <stdexcept>
 
 #include <fmt/format.h>
@@ -151,6 +151,10 @@ class RecordingPlatform::Parts : public Programs,
     m_world.pid_files[pid_file] = pid;
     return pid;
   }
+  void RunDetached(const std::function<void()>& task) override {
+    m_owner.Record("start a detached task");
+    if (m_world.run_detached) task();
+  }
 
   // --- NetworkState
   bool InterfaceHasLink(const std::string& ifname) override {
@@ -174,7 +178,21 @@ class RecordingPlatform::Parts : public Programs,
     return m_source ? m_source->network.IsBootedFromNfs() : m_world.nfs_root;
   }
   std::vector<InterfaceAddress> InterfaceAddresses(const std::string& ifname) override {
-    if (m_source) return m_source->network.InterfaceAddresses(ifname);
+    if (m_source) {
+      std::vector<InterfaceAddress> entries = m_source->network.InterfaceAddresses(ifname);
+      if (m_addresses_removed.count(ifname) != 0) {
+        // What a removal leaves: entries without an address, and IPv6 link-local ones.
+        entries.erase(std::remove_if(entries.begin(), entries.end(),
+                                     [](const InterfaceAddress& entry) {
+                                       return entry.family == AF_INET ||
+                                              (entry.family == AF_INET6 &&
+                                               !(entry.address[0] == 0xfe &&
+                                                 (entry.address[1] & 0xc0) == 0x80));
+                                     }),
+                      entries.end());
+      }
+      return entries;
+    }
     if (m_world.addresses_fail) throw std::runtime_error("Failed to get IP address list");
     const auto found = m_world.addresses.find(ifname);
     return found == m_world.addresses.end() ? std::vector<InterfaceAddress>() : found->second;
@@ -185,9 +203,41 @@ class RecordingPlatform::Parts : public Programs,
                                address[5]));
   }
   std::unique_ptr<VlanLinks> OpenVlanLinks() override;
+  void RemoveAddresses(const std::string& ifname) override {
+    m_owner.Record("remove addresses of " + ifname);
+    // A plan then shows the interface without them (the model's tests arrange their own).
+    m_addresses_removed.insert(ifname);
+  }
 
   // --- Files
-  std::unique_ptr<std::ostream> Create(const std::string& path, mode_t mode) override;
+  void Replace(const std::string& path, const std::string& content, mode_t mode) override {
+    if (m_world.unwritable.count(path) != 0) throw ErrnoException(EACCES, "write " + path);
+    m_owner.Record(fmt::format("write {} (mode {:04o}) {}", path, static_cast<unsigned>(mode),
+                               QuoteText(m_owner.Redact(content))));
+    m_world.files[path] = content;
+    m_world.modes[path] = mode;
+    m_removed_files.erase(path);
+  }
+  std::optional<std::string> Read(const std::string& path) override {
+    const auto found = m_world.files.find(path);
+    if (found != m_world.files.end()) return found->second;
+    if (m_removed_files.count(path) != 0 || !m_source) return std::nullopt;
+    return m_source->files.Read(path);
+  }
+  std::vector<std::string> List(const std::string& directory) override {
+    std::set<std::string> names;
+    if (m_source) {
+      for (const std::string& name : m_source->files.List(directory)) {
+        if (m_removed_files.count(directory + "/" + name) == 0) names.insert(name);
+      }
+    }
+    const std::string prefix = directory + "/";
+    for (auto it = m_world.files.lower_bound(prefix);
+         it != m_world.files.end() && it->first.compare(0, prefix.size(), prefix) == 0; ++it) {
+      names.insert(it->first.substr(prefix.size(), it->first.find('/', prefix.size()) - prefix.size()));
+    }
+    return {names.begin(), names.end()};
+  }
   void Write(const std::string& path, const std::string& text) override {
     m_owner.Record("write " + path + " " + QuoteText(m_owner.Redact(text)));
     m_world.files[path] = text;
@@ -339,23 +389,13 @@ class RecordingPlatform::Parts : public Programs,
   std::map<pid_t, std::string> m_pid_labels;
   std::set<std::string> m_stopped_files;
   std::set<std::string> m_removed_files;
+  std::set<std::string> m_addresses_removed;
   pid_t m_next_pid = 4000;
   bool m_clock_set = false;
   bool m_host_name_set = false;
 };
 
 namespace {
-
-// Collects what a step writes; the model and the record get it when the
-// stream goes (steps close their streams before going on).
-class RecordedStream : public std::ostringstream {
- public:
-  explicit RecordedStream(std::function<void(const std::string&)> done) : m_done(std::move(done)) {}
-  ~RecordedStream() override { m_done(str()); }
-
- private:
-  std::function<void(const std::string&)> m_done;
-};
 
 // The links of the source (or the model) with this run's changes on top.
 class RecordedVlanLinks : public VlanLinks {
@@ -559,27 +599,6 @@ class TextSink : public LogSink {
 
 std::unique_ptr<VlanLinks> RecordingPlatform::Parts::OpenVlanLinks() {
   return std::make_unique<RecordedVlanLinks>(*this);
-}
-
-std::unique_ptr<std::ostream> RecordingPlatform::Parts::Create(const std::string& path,
-                                                               mode_t mode) {
-  if (m_world.unwritable.count(path) != 0) {
-    auto failed = std::make_unique<std::ostringstream>();
-    failed->setstate(std::ios::badbit);
-    return failed;
-  }
-  return std::make_unique<RecordedStream>([this, path, mode](const std::string& content) {
-    try {
-      m_owner.Record(fmt::format("write {} (mode {:04o}) {}", path, static_cast<unsigned>(mode),
-                                 QuoteText(m_owner.Redact(content))));
-    } catch (...) {
-      // A change that fails leaves the file as it was.
-      return;
-    }
-    m_world.files[path] = content;
-    m_world.modes[path] = mode;
-    m_removed_files.erase(path);
-  });
 }
 
 std::shared_ptr<supplicant::Supplicant> RecordingPlatform::Parts::Connect() {

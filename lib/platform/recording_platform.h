@@ -61,6 +61,9 @@ struct WorldModel {
   std::map<std::string, mode_t> modes;
   std::set<std::string> unwritable;
 
+  // Tasks run detached: recorded, and run at once when this is set.
+  bool run_detached = false;
+
   // Clocks: the steady clock moves only when something sleeps.
   std::chrono::steady_clock::time_point now{std::chrono::hours(1)};
   std::function<void()> on_sleep;

@@ -3,11 +3,15 @@ against a far end on the lan; recording stand-ins where only the calls matter an
 missing program. eth1 stands for an ordinary wired port (no wired 802.1X step)."""
 
 import re
+import time
+from pathlib import Path
 
 import pytest
 from conftest import dhcpcd_stuck
 
-from player import wait_for
+from player import linkrig_path, wait_for
+
+ROOT = Path(__file__).resolve().parents[2]
 
 pytestmark = [pytest.mark.usefixtures("linkrig_binary"),
               pytest.mark.player(ports=("eth0", "eth1"), hwvars={
@@ -63,7 +67,16 @@ def test_dynamic_lease_from_the_far_end(player, ifname):
     except TimeoutError:
         clients = player.run(["pgrep", "-a", "dhcpcd"]).stdout
         raise AssertionError(f"no lease; clients:\n{clients}kmsg:\n{player.kmsg()}")
+    # Debian's dhcpcd.conf says "persistent": its dhcpcd leaves the lease on the port when it
+    # ends. A reconfiguration to a static address leaves only that one.
+    for key, value in STATIC.items():
+        player.set_setting(".omba" if ifname == "eth0" else f".net.{ifname}", key, value)
+    assert player.linkrig(ifname, "reconfigure").returncode == 0
+    wait_for(lambda: address(player, ifname, r"inet 192\.168\.60\.1/24 "), timeout=20,
+             what="the static address")
+    assert not address(player, ifname, r"192\.168\.50\.")
     assert_stops_everything(player, ifname)
+    assert not address(player, ifname, r"inet ")
     server.stop()
 
 
@@ -128,3 +141,32 @@ def test_server_on_a_wifi_vlan_needs_access_point_mode(player):
     result = player.linkrig("wlan0.7", "start")
     assert "Starting DHCP server for 'wlan0.7'\n" in result.stderr
     assert udhcpd.calls() == [["/var/run/udhcpd-wlan0.7.conf"]]
+
+
+def test_dhcpcd_hook_holds_up_no_start(player):
+    """dhcpcd waits for its hook, whose update meets the lock of the start that waits for the
+    static address dhcpcd gives: the update leaves its work to the start, which then takes as
+    long as without the hook. dhcpcd probes the address by ARP, as it would on a player."""
+    player.run(["sed", "-i", "/^noarp$/d", "/etc/dhcpcd.conf"], check=True)
+    player.start_registry({".omba": {"hn": "player"}, ".net.eth1": dict(STATIC, **SERVER)})
+
+    def timed_start():
+        started = time.monotonic()
+        start(player, "eth1")
+        took = time.monotonic() - started
+        assert address(player, "eth1", r"inet 192\.168\.60\.1/24 ") and player.pids("udhcpd")
+        assert_stops_everything(player, "eth1")
+        return took
+    without = timed_start()
+    # The hook as the package installs it, running the linkrig under test.
+    for directory in ("/usr/sbin", "/usr/lib/dhcpcd/dhcpcd-hooks"):
+        player.make_writable(directory)
+    player.write_file("/usr/sbin/linkrig", "#!/bin/sh\nexec " + " ".join(
+        player.clock_guard() + [linkrig_path()]) + ' "$@" 2>>/run/player/hook.log\n', mode=0o755)
+    player.write_file("/usr/lib/dhcpcd/dhcpcd-hooks/90-linkrig",
+                      (ROOT / "doc/examples/dhcpcd-hook").read_text())
+    with_hook = timed_start()
+    assert abs(with_hook - without) < 1.0, (without, with_hook)
+    # The hook's update was left to the start, which made it.
+    assert "linkrig: the run holding /var/run/linkrig-eth1.lock makes this update\n" \
+        in player.read_file("/run/player/hook.log")

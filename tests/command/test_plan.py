@@ -76,11 +76,12 @@ def written(lines):
 
 def snapshot(player):
     """What a run could change; not the IPv6 link-local addresses the kernel adds when it
-    will, nor /run/lock (reading the boot environment leaves its lock file there), nor /tmp,
-    the host's, which any other process changes."""
+    will, nor /run/lock (reading the boot environment leaves its lock file there), nor /tmp
+    and /var/cache, the host's, which any other process changes."""
     state = player.run(["sh", "-c", """
         for p in /proc/[0-9]*; do echo "process ${p#/proc/} $(cat $p/comm 2>/dev/null)"; done
         find /etc /var /run -path /run/player -prune -o -path /run/lock -prune \\
+            -o -path /var/cache -prune \\
             -o -printf 'file %p %y %s %m %T@\\n'
         ip -d -o link show; ip -4 -o addr show; ip route show; iptables-save | grep -v '^#'
         hostname; cat /proc/sys/net/ipv4/ip_forward

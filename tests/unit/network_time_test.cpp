@@ -2,6 +2,8 @@
 #include <cstdint>
 #include <optional>
 #include <stdexcept>
+#include <string>
+#include <utility>
 
 #include "apps/steps/network_time.h"
 #include "lib/platform/system/real_os.h"
@@ -25,9 +27,8 @@ class ClockDecision : public StepTest, public ::testing::WithParamInterface<Cloc
 TEST_P(ClockDecision, FollowsPtpStateAndTolerance) {
   const ClockCase& c = GetParam();
   world.realtime_us = kNow;
-  world.Set("networking", "ptp_domain", c.ptp_domain);
   world.exit_codes["/bin/sh"] = {c.pmc_status};
-  SetClockFromNetworkTime(c.network_us * 1000 + 999, platform);
+  SetClockFromNetworkTime(c.network_us * 1000 + 999, c.ptp_domain, platform);
   EXPECT_EQ(platform.Log(), c.log);
   const bool sets = c.log.find("Setting system clock") != std::string::npos;
   EXPECT_EQ(world.realtime_us, sets ? c.network_us : kNow);
@@ -56,14 +57,35 @@ INSTANTIATE_TEST_SUITE_P(
 
 // A registry failure in the thread ends the run as any other would.
 TEST_F(StepTest, NetworkTimeThreadSetsTheClockAndPassesRegistryErrors) {
-  const auto now = [] { return std::optional<std::int64_t>(kNow * 1000); };
-  NetworkTimeThread(now, platform).Join();
-  EXPECT_EQ(platform.Effects(), (Lines{"clock 1700000000.000000",
-                                       "write /var/run/linkrig-clock-set \"1700000000\\n\""}));
+  world.network_time = {kNow * 1000, ""};
+  NetworkTimeThread(platform).Join();
+  EXPECT_EQ(platform.Effects(),
+            (Lines{"clock 1700000000.000000",
+                   "write /var/run/linkrig-clock-set (mode 0644) \"1700000000\\n\"",
+                   "write /var/run/linkrig-network-time (mode 0644) \"1700000000\\n\""}));
   world.on_read = [](const std::string&, const std::string&) {
     throw std::runtime_error("registry down");
   };
-  EXPECT_THROW(NetworkTimeThread(now, platform).Join(), std::runtime_error);
+  EXPECT_THROW(NetworkTimeThread(platform).Join(), std::runtime_error);
+}
+
+// An update asks again only when no answer came since the device started, or the last one is
+// old, or lies ahead of the clock.
+TEST_F(StepTest, NetworkTimeIsDueWithoutARecentAnswer) {
+  world.realtime_us = kNow;
+  const std::int64_t now = kNow / 1000000;
+  const std::pair<std::optional<std::string>, bool> cases[] = {
+      {std::nullopt, true},
+      {std::to_string(now - 3600) + "\n", false},
+      {std::to_string(now - 6 * 3600 + 1) + "\n", false},
+      {std::to_string(now - 6 * 3600) + "\n", true},
+      {std::to_string(now + 60) + "\n", true},
+      {"garbage", true},
+  };
+  for (const auto& [marker, due] : cases) {
+    if (marker) world.files[kNetworkTimeMarker] = *marker; else world.files.erase(kNetworkTimeMarker);
+    EXPECT_EQ(NetworkTimeIsDue(platform), due) << marker.value_or("(none)");
+  }
 }
 
 TEST(SystemClock, TimeCountsAsSetOnlyFromTheBuildTimeOn) {

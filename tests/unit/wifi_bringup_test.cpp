@@ -169,7 +169,7 @@ TEST_F(StepTest, ClockFromCertificateSetsOnlyAClockThatWasNeverSet) {
   SetClockFromCertificate(start, platform);
   EXPECT_EQ(platform.Log(), "linkrig: WPA/Enterprise active but time not set, setting based on "
                             "client certificate - " + std::string(text));
-  const Lines set{"clock 1927857906.000000", "write /var/run/linkrig-clock-set \"1927857906\\n\""};
+  const Lines set{"clock 1927857906.000000", "write /var/run/linkrig-clock-set (mode 0644) \"1927857906\\n\""};
   EXPECT_EQ(platform.Effects(), set);
   // A clock set to before the build reads as never set: the marker keeps it from going back.
   world.time_is_set = false;

@@ -84,6 +84,15 @@ int UnblockSignals() noexcept {
 
 }  // namespace
 
+void DetachFromCaller() noexcept {
+  CloseFrom(0);
+  // The lowest free descriptor is 0 now.
+  if (OpenOutput(true) == 0) {
+    dup2(0, 1);
+    dup2(0, 2);
+  }
+}
+
 void TakeTerminalForeground() noexcept {
   struct sigaction ignore {};
   struct sigaction previous {};
@@ -101,14 +110,7 @@ void RunChild(const ChildPlan& plan) noexcept {
     if (getppid() != plan.die_with) _exit(127);
   }
   if (plan.pid_file != nullptr) WritePid(plan.pid_file);
-  if (plan.detached) {
-    CloseFrom(0);
-    // The lowest free descriptor is 0 now.
-    if (OpenOutput(true) == 0) {
-      dup2(0, 1);
-      dup2(0, 2);
-    }
-  }
+  if (plan.detached) DetachFromCaller();
   if (plan.stdin_fd > 0) {
     if (dup2(plan.stdin_fd, 0) < 0) {
       const int error = errno;

@@ -52,6 +52,10 @@ struct ChildPlan {
 // Runs the plan in a freshly forked child; never returns.
 [[noreturn]] void RunChild(const ChildPlan& plan) noexcept;
 
+// What a detached child does first: every descriptor closed, then the kernel log (or the null
+// device) as standard input, output and error.
+void DetachFromCaller() noexcept;
+
 // Makes the caller's process group the terminal's foreground group.
 void TakeTerminalForeground() noexcept;
 

@@ -1,6 +1,7 @@
 #pragma once
 // Starting a daemon that outlives its starter and is found again through a PID file.
 
+#include <functional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -14,5 +15,11 @@ namespace corvo {
 // child with 127. Returns the child's PID at once, without waiting; throws
 // ErrnoException("fork") when no child can be made.
 pid_t StartDetached(const std::vector<std::string>& argv, const std::string& pid_file);
+
+// Forks a child in a session of its own that closes every descriptor (so that the caller's
+// locks stay the caller's), takes the kernel log as standard input, output and error, runs the
+// task and exits. The child runs C++ code without an exec: only for a caller that has no other
+// thread. Returns the child's PID at once; throws ErrnoException("fork").
+pid_t StartDetachedTask(const std::function<void()>& task);
 
 }  // namespace corvo

@@ -3,10 +3,12 @@
 #include <cstring>
 #include <memory>
 #include <net/if.h>
+#include <netinet/in.h>
 #include <netlink/cache.h>
 #include <netlink/errno.h>
 #include <netlink/netlink.h>
 #include <netlink/object.h>
+#include <netlink/route/addr.h>
 #include <netlink/route/link.h>
 #include <netlink/route/link/vlan.h>
 #include <netlink/socket.h>
@@ -144,6 +146,42 @@ void InterfaceLinkConfiguration::SetUp(const Link& link) {
 void InterfaceLinkConfiguration::DeleteLink(const Link& target) {
   struct rtnl_link* link = target.Get();
   CORVO_NL_CHECK(rtnl_link_delete(m_sock, link));
+}
+
+}  // namespace corvo::netlink
+
+namespace corvo::netlink {
+
+void InterfaceLinkConfiguration::DeleteAddresses(const Link& link) {
+  struct nl_cache* addresses = nullptr;
+  CORVO_NL_CHECK(rtnl_addr_alloc_cache(m_sock, &addresses));
+  const std::unique_ptr<struct nl_cache, void (*)(struct nl_cache*)> owner(addresses,
+                                                                           nl_cache_free);
+  std::vector<struct rtnl_addr*> doomed;
+  for (struct nl_object* obj = nl_cache_get_first(addresses); obj != nullptr;
+       obj = nl_cache_get_next(obj)) {
+    auto* address = reinterpret_cast<struct rtnl_addr*>(obj);
+    if (rtnl_addr_get_ifindex(address) != link.Index()) continue;
+    const int family = rtnl_addr_get_family(address);
+    if (family == AF_INET6) {
+      // The kernel's own fe80::/10 address stays: it comes with the link, not a configuration.
+      const struct nl_addr* local = rtnl_addr_get_local(address);
+      const auto* bytes =
+          local != nullptr ? static_cast<const unsigned char*>(nl_addr_get_binary_addr(local))
+                           : nullptr;
+      if (bytes == nullptr || (bytes[0] == 0xfe && (bytes[1] & 0xc0) == 0x80)) continue;
+    } else if (family != AF_INET) {
+      continue;
+    }
+    doomed.push_back(address);
+  }
+  for (struct rtnl_addr* address : doomed) {
+    const int result = rtnl_addr_delete(m_sock, address, 0);
+    // One that went meanwhile (with an earlier one of its subnet, say) is gone all the same.
+    if (result < 0 && result != -NLE_NOADDR && result != -NLE_OBJ_NOTFOUND) {
+      throw NetlinkException("rtnl_addr_delete(m_sock, address, 0)", result);
+    }
+  }
 }
 
 }  // namespace corvo::netlink

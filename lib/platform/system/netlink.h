@@ -66,6 +66,8 @@ class InterfaceLinkConfiguration {
   void ChangeLink(const Link& link, struct rtnl_link* changes);
   void SetUp(const Link& link);
   void DeleteLink(const Link& link);
+  // Every IPv4 address of the link, and every IPv6 one but the link-local ones.
+  void DeleteAddresses(const Link& link);
 
  private:
   void Release() noexcept;

@@ -9,7 +9,6 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <ostream>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -33,6 +32,10 @@ class Programs {
   // caller exits and writes its own PID to pid_file. Returns the PID at once.
   virtual pid_t StartDetached(const std::vector<std::string>& argv,
                               const std::string& pid_file) = 0;
+  // Runs the task in a process of its own that outlives the caller: a new session, none of the
+  // caller's descriptors (its locks stay with the caller), output to the kernel log. Only for a
+  // caller with no other thread.
+  virtual void RunDetached(const std::function<void()>& task) = 0;
 };
 
 // One entry of the kernel's address list (getifaddrs) for an interface.
@@ -71,14 +74,22 @@ class NetworkState {
   virtual std::vector<InterfaceAddress> InterfaceAddresses(const std::string& ifname) = 0;
   virtual void SetMacAddress(const std::string& ifname, const MacAddress& address) = 0;
   virtual std::unique_ptr<VlanLinks> OpenVlanLinks() = 0;
+  // Removes every IPv4 address of the interface and every IPv6 one but the link-local ones;
+  // nothing when the interface is gone.
+  virtual void RemoveAddresses(const std::string& ifname) = 0;
 };
 
 class Files {
  public:
   virtual ~Files() = default;
-  // Creates or truncates the file with the given permissions. The stream is in a
-  // failed state when the file cannot be created.
-  virtual std::unique_ptr<std::ostream> Create(const std::string& path, mode_t mode) = 0;
+  // Replaces the file with one that holds the content, whole or not at all, even across a
+  // power cut: written beside it with the given permissions from the first byte, synced, then
+  // renamed over it. Raises ErrnoException; the file is then as it was.
+  virtual void Replace(const std::string& path, const std::string& content, mode_t mode) = 0;
+  // The content of a file; nothing when it cannot be read.
+  virtual std::optional<std::string> Read(const std::string& path) = 0;
+  // The names in a directory; none when it cannot be read.
+  virtual std::vector<std::string> List(const std::string& directory) = 0;
   // Replaces the content of a file that exists (a kernel attribute, say), or
   // creates it; best effort.
   virtual void Write(const std::string& path, const std::string& text) = 0;

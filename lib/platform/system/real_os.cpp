@@ -4,8 +4,10 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <dirent.h>
 #include <fcntl.h>
 #include <fstream>
+#include <iterator>
 #include <ifaddrs.h>
 #include <mntent.h>
 #include <netinet/in.h>
@@ -96,6 +98,8 @@ pid_t RealPrograms::StartDetached(const std::vector<std::string>& argv,
   return corvo::StartDetached(argv, pid_file);
 }
 
+void RealPrograms::RunDetached(const std::function<void()>& task) { StartDetachedTask(task); }
+
 bool RealNetworkState::InterfaceHasLink(const std::string& ifname) {
   return net::InterfaceHasLink(ifname.c_str());
 }
@@ -144,19 +148,70 @@ void RealNetworkState::SetMacAddress(const std::string& ifname, const MacAddress
 
 std::unique_ptr<VlanLinks> RealNetworkState::OpenVlanLinks() { return OpenNetlinkVlanLinks(); }
 
-// An ofstream on a descriptor created with the wanted permissions.
-std::unique_ptr<std::ostream> RealFiles::Create(const std::string& path, mode_t mode) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
-  auto out = std::make_unique<std::ofstream>();
-  if (fd < 0) {
-    out->setstate(std::ios::failbit);
-    return out;
+void RealNetworkState::RemoveAddresses(const std::string& ifname) {
+  RemoveNetlinkAddresses(ifname);
+}
+
+namespace {
+
+// write(2) until all is written.
+bool WriteAll(int fd, const std::string& content) {
+  const char* next = content.data();
+  std::size_t left = content.size();
+  while (left > 0) {
+    const ssize_t written = write(fd, next, left);
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return false;
+    next += written;
+    left -= static_cast<std::size_t>(written);
   }
-  // The file may have existed with wider permissions.
-  fchmod(fd, mode);
-  close(fd);
-  out->open(path, std::ios::out | std::ios::app);
-  return out;
+  return true;
+}
+
+}  // namespace
+
+void RealFiles::Replace(const std::string& path, const std::string& content, mode_t mode) {
+  const std::string::size_type slash = path.rfind('/');
+  const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  // Beside the file, so that the rename stays within one file system.
+  std::string temporary = path + ".XXXXXX";
+  const int fd = mkostemp(temporary.data(), O_CLOEXEC);
+  if (fd < 0) throw ErrnoException(errno, "write " + path);
+  // mkostemp made it 0600; the wanted mode holds before the first byte.
+  int error = 0;
+  if (fchmod(fd, mode) != 0 || !WriteAll(fd, content) || fsync(fd) != 0) error = errno;
+  if (close(fd) != 0 && error == 0) error = errno;
+  if (error == 0 && rename(temporary.c_str(), path.c_str()) != 0) error = errno;
+  if (error != 0) {
+    unlink(temporary.c_str());
+    throw ErrnoException(error, "write " + path);
+  }
+  // The rename itself must survive a power cut too.
+  const int dir = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (dir < 0) throw ErrnoException(errno, "open " + directory);
+  if (fsync(dir) != 0) error = errno;
+  close(dir);
+  if (error != 0) throw ErrnoException(error, "fsync " + directory);
+}
+
+std::optional<std::string> RealFiles::Read(const std::string& path) {
+  std::ifstream in(path, std::ios::in | std::ios::binary);
+  if (!in) return std::nullopt;
+  std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  if (in.bad()) return std::nullopt;
+  return content;
+}
+
+std::vector<std::string> RealFiles::List(const std::string& directory) {
+  std::vector<std::string> names;
+  DIR* dir = opendir(directory.c_str());
+  if (dir == nullptr) return names;
+  while (const struct dirent* entry = readdir(dir)) {
+    const std::string name = entry->d_name;
+    if (name != "." && name != "..") names.push_back(name);
+  }
+  closedir(dir);
+  return names;
 }
 
 void RealFiles::Write(const std::string& path, const std::string& text) {

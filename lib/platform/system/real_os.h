@@ -16,6 +16,7 @@ class RealPrograms : public Programs {
   std::optional<pid_t> ReadPidFile(const std::string& path, const std::string& name) override;
   void KillProcessAndWait(pid_t pid, int signal, std::int64_t timeout_us) override;
   pid_t StartDetached(const std::vector<std::string>& argv, const std::string& pid_file) override;
+  void RunDetached(const std::function<void()>& task) override;
 };
 
 class RealNetworkState : public NetworkState {
@@ -29,11 +30,14 @@ class RealNetworkState : public NetworkState {
   std::vector<InterfaceAddress> InterfaceAddresses(const std::string& ifname) override;
   void SetMacAddress(const std::string& ifname, const MacAddress& address) override;
   std::unique_ptr<VlanLinks> OpenVlanLinks() override;
+  void RemoveAddresses(const std::string& ifname) override;
 };
 
 class RealFiles : public Files {
  public:
-  std::unique_ptr<std::ostream> Create(const std::string& path, mode_t mode) override;
+  void Replace(const std::string& path, const std::string& content, mode_t mode) override;
+  std::optional<std::string> Read(const std::string& path) override;
+  std::vector<std::string> List(const std::string& directory) override;
   void Write(const std::string& path, const std::string& text) override;
   bool Exists(const std::string& path) override;
   void Remove(const std::string& path) override;
@@ -78,5 +82,8 @@ bool IsRootOnNfs(const std::string& mounts_path = "/proc/mounts");
 
 // The kernel's links over one netlink socket, held until the object goes.
 std::unique_ptr<VlanLinks> OpenNetlinkVlanLinks();
+
+// Removes the interface's addresses as NetworkState::RemoveAddresses says.
+void RemoveNetlinkAddresses(const std::string& ifname);
 
 }  // namespace corvo

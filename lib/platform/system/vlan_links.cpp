@@ -1,3 +1,6 @@
+#include <optional>
+#include <stdexcept>
+
 #include "lib/platform/system/netlink.h"
 #include "lib/platform/system/real_os.h"
 
@@ -46,5 +49,16 @@ class NetlinkVlanLinks : public VlanLinks {
 }  // namespace
 
 std::unique_ptr<VlanLinks> OpenNetlinkVlanLinks() { return std::make_unique<NetlinkVlanLinks>(); }
+
+void RemoveNetlinkAddresses(const std::string& ifname) {
+  netlink::InterfaceLinkConfiguration links;
+  std::optional<netlink::Link> link;
+  try {
+    link = links.GetLink(ifname);
+  } catch (const std::runtime_error&) {
+    return;  // the interface is gone, and its addresses with it
+  }
+  links.DeleteAddresses(*link);
+}
 
 }  // namespace corvo
