@@ -5,10 +5,21 @@
 #
 #   bash scripts/bench.sh            # x86-64, in $LINKRIG_BUILD/bench (default build/bench)
 #   bash scripts/bench.sh --armhf    # also the armhf build, counted under qemu-arm
+#   bash scripts/bench.sh --boot     # the boot of a whole player against its floor, in the
+#                                    # QEMU guest (tools/bench/boot.py; --rounds N)
 #
 # Further options go to bench.py (--runs N, --only "eth0 start", --json FILE).
 source "$(dirname "$0")/common.sh"
 bash "$ROOT/scripts/install-deps.sh" bench
+
+if [ "${1:-}" = --boot ]; then
+  shift
+  bash "$ROOT/scripts/install-deps.sh" guest package
+  packages=${LINKRIG_PACKAGES:-$BUILD/packages}
+  LINKRIG_PACKAGE_BUILD=$BUILD/release LINKRIG_PACKAGES=$packages bash "$ROOT/scripts/package.sh"
+  LINKRIG_BUILD_DIR=$BUILD/release exec bash "$ROOT/tools/guest/run.sh" --timeout 1800 \
+    /usr/bin/python3 "$ROOT/tools/bench/boot.py" --packages "$packages" "$@"
+fi
 
 arm=()
 if [ "${1:-}" = --armhf ]; then

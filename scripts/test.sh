@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Builds linkrig and runs every test: the optimised build (with the system
-# tests that need a full kernel, in a QEMU guest), then the same unit, registry
-# and command tests again under AddressSanitizer and UBSan, then the unit tests
-# cross-built for the player's 32-bit ARM processor under qemu-arm; last the Debian packages
-# made from those builds, and the tests of what they install. The fuzz targets run in
-# between, each for a short bounded time (scripts/fuzz.sh).
+# Builds linkrig and runs every test: the optimised build and the Debian packages made from it
+# and from the cross build for the player's 32-bit ARM processor, with every test of them
+# (the system tests that need a full kernel, the whole player among them, in a QEMU guest);
+# then the same unit, registry and command tests again under AddressSanitizer and UBSan; the
+# fuzz targets, each for a short bounded time (scripts/fuzz.sh); last the unit tests of the
+# armhf build under qemu-arm.
 source "$(dirname "$0")/common.sh"
 # What the guest-kernel tests, the armhf phase, the fuzz targets and the packages need, in the
 # same apt run.
@@ -12,7 +12,9 @@ bash "$ROOT/scripts/install-deps.sh" guest armhf fuzz package
 export LINKRIG_PACKAGES=${LINKRIG_PACKAGES:-$BUILD/packages}
 
 configure_and_build "$BUILD/release" -DCMAKE_BUILD_TYPE=RelWithDebInfo
-ctest --test-dir "$BUILD/release" --output-on-failure -j2 --timeout 900 -LE package
+# The packages, from the release and armhf builds: the guest boots a player from the amd64 one.
+LINKRIG_PACKAGE_BUILD=$BUILD/release bash "$ROOT/scripts/package.sh"
+ctest --test-dir "$BUILD/release" --output-on-failure -j2 --timeout 900
 
 configure_and_build "$BUILD/sanitize" -DCMAKE_BUILD_TYPE=Debug -DLINKRIG_SANITIZE=ON
 export ASAN_OPTIONS=${ASAN_OPTIONS:-abort_on_error=0:detect_leaks=1}
@@ -24,7 +26,3 @@ bash "$ROOT/scripts/fuzz.sh"
 
 # The unit tests again, built for the player's 32-bit ARM processor and run under qemu-arm.
 bash "$ROOT/scripts/armhf.sh"
-
-# The packages, from the release and armhf builds above, and the tests of what they install.
-LINKRIG_PACKAGE_BUILD=$BUILD/release bash "$ROOT/scripts/package.sh"
-ctest --test-dir "$BUILD/release" --output-on-failure --timeout 900 -L package

@@ -1,0 +1,86 @@
+"""The whole player: the amd64 package installed with dpkg, its boot script, udev rule (the
+real systemd-udevd) and dhcpcd hook (the real dhcpcd), the real linkrig and every real daemon.
+It boots through the boot script, then lives through a pulled cable, a renewed lease and a
+port plugged in late; no run may wait for another one's lock."""
+
+import os
+import re
+from pathlib import Path
+
+import pytest
+from conftest import ROOT
+
+from pki import obfuscated
+from player import wait_for
+from player import whole_player as whole
+from player.radios import Radios
+
+pytestmark = pytest.mark.usefixtures("linkrig_binary")
+
+PACKAGES = Path(os.environ.get("LINKRIG_PACKAGES", ROOT / "build" / "packages"))
+
+
+@pytest.fixture
+def booted(make_player):
+    deb = whole.package(PACKAGES)
+    if deb is None:
+        pytest.skip(f"no amd64 package in {PACKAGES}: run scripts/package.sh")
+    with Radios(2) as radios:
+        player = whole.make(make_player, radios)
+        whole.install(player, deb)
+        whole.start_daemons(player, obfuscated(whole.PSK))
+        result, took = whole.boot(player)
+        assert result.returncode == 0 and result.stderr == "", result.stderr
+        player.booted_in = took
+        yield player
+        player.close()
+
+
+def assert_as_booted(player):
+    """Every port configured, each with one DHCP client, the LEDs on, NAT on the port with the
+    default route, the stored host name; no run ever waited for a lock."""
+    wait_for(lambda: not whole.missing(player), timeout=30, interval=0.2, what="the ports")
+    for ifname in ("eth0", "eth0.12", "eth1", "wlan0"):
+        wait_for(lambda: len(player.dhcp_clients(ifname)) == 1, timeout=10,
+                 what=f"one dhcpcd for {ifname}")
+    for led in ("ethernet", "wifi"):
+        assert wait_for(lambda: player.led(led) == {"trigger": "none", "brightness": "255"},
+                        timeout=10, interval=0.2, what=f"the {led} LED on")
+    nat = player.run(["iptables", "-t", "nat", "-S", "POSTROUTING"], check=True).stdout
+    assert re.findall(r"-A POSTROUTING .*", nat) == ["-A POSTROUTING -o eth0 -j MASQUERADE"]
+    assert player.hostname() == player.avahi_host_name() == whole.HOST_NAME
+    errors = player.read_file(whole.ERRORS) if player.exists(whole.ERRORS) else ""
+    assert "waiting for another run" not in errors and "EXCEPTION" not in errors, errors
+
+
+def test_boots_and_lives_through_its_events(booted):
+    player = booted
+    assert_as_booted(player)
+    # The far end gets an address from the player's server on eth1.
+    client = player.lan.run(["busybox", "udhcpc", "-i", "peer-eth1", "-f", "-q", "-n",
+                             "-t", "5", "-T", "1", "-s", "/bin/true"])
+    assert "lease of 192.168.60.1" in client.stderr, client.stderr
+
+    # A pulled cable: the LED goes out, and comes back with the lease.
+    player.set_peer_link("eth0", up=False)
+    wait_for(lambda: player.led("ethernet") == {"trigger": "none", "brightness": "0"},
+             timeout=10, interval=0.2, what="the LED off")
+    player.set_peer_link("eth0", up=True)
+    assert_as_booted(player)
+
+    # A renewal runs the hook again: every dhcpcd renews within the lease's first half.
+    updates = len([r for r in whole.run_log(player) if r[3] == ["eth0", "update"]])
+    wait_for(lambda: len([r for r in whole.run_log(player) if r[3] == ["eth0", "update"]])
+             > updates, timeout=whole.LEASE_SECONDS, interval=0.5, what="a renewal")
+    assert_as_booted(player)
+
+    # A port plugged in after the boot: udev hands it to the hook, which starts it.
+    player.run(["ip", "link", "add", "eth2", "type", "veth", "peer", "name", "peer-eth2",
+                "netns", "lan"], check=True)
+    player.lan.run(["ip", "link", "set", "peer-eth2", "up"], check=True)
+    wait_for(lambda: len(player.dhcp_clients("eth2")) == 1, timeout=20, what="eth2 started")
+    assert [r[3] for r in whole.run_log(player) if r[3][0] == "eth2"][:2] == [
+        ["eth2", "add"], ["eth2", "start"]]
+    assert_as_booted(player)
+    assert all(status == 0 for _, _, status, args in whole.run_log(player)
+               if args[1] != "checklink"), whole.run_log(player)
