@@ -16,7 +16,6 @@
 #include "apps/steps/shaper.h"
 #include "apps/steps/status_led.h"
 #include "apps/steps/wifi_bringup.h"
-#include "lib/hardware/hardware_config.h"
 #include "lib/hardware/led_status.h"
 #include "lib/platform/base/assert.h"
 #include "lib/platform/base/interface_names.h"
@@ -33,14 +32,13 @@ using PersistentNetworkConfig::InterfaceReader;
 
 int LinkConfigCommand::Run(int argc, const char* const* argv) {
   try {
-    const HardwareConfig hardware(m_environment);
     if (argc != 3) {
       m_platform.log.Print("%s", kUsage);
       return 1;
     }
     const std::string ifname = argv[1];
     const std::string action = argv[2];
-    if (ifname == kEthernetPort && !hardware.HasEthernet()) {
+    if (ifname == kEthernetPort && !m_platform.hardware.EthernetInterface()) {
       m_platform.out.Print("Ethernet is not supported on this hardware.\n");
       return 1;
     }
@@ -134,7 +132,7 @@ int LinkConfigCommand::Start(const std::string& ifname, LedNetworkStatusObserver
     return 0;
   }
   if (ifname == kDialupPort) return ConfigureDialup(ifname, kDialupStart, m_platform);
-  const InterfaceReader reader(ifname, m_platform.registry, m_platform.hardware.SerialNumber());
+  const InterfaceReader reader(ifname, m_platform.settings, m_platform.hardware.SerialNumber());
   if (IsSupplicantInterface(ifname)) InitialiseWifi(&observer, reader, ifname, m_platform);
   // A start always begins from a stopped configuration; the shaper is only added.
   ConfigureInterface(&observer, reader, ifname.c_str(), false, m_platform);
@@ -146,7 +144,7 @@ int LinkConfigCommand::Start(const std::string& ifname, LedNetworkStatusObserver
 int LinkConfigCommand::Stop(const std::string& ifname, LedNetworkStatusObserver& observer) {
   if (ifname == kHost) return 0;
   if (ifname == kDialupPort) return ConfigureDialup(ifname, kDialupStop, m_platform);
-  const InterfaceReader reader(ifname, m_platform.registry, m_platform.hardware.SerialNumber());
+  const InterfaceReader reader(ifname, m_platform.settings, m_platform.hardware.SerialNumber());
   ConfigureInterface(&observer, reader, ifname.c_str(), false, m_platform);
   ConfigureShaper(reader, ifname.c_str(), false, m_platform);
   return 0;
@@ -158,7 +156,7 @@ int LinkConfigCommand::Reconfigure(const std::string& ifname, LedNetworkStatusOb
     return 0;
   }
   if (ifname == kDialupPort) return ConfigureDialup(ifname, kDialupRestart, m_platform);
-  const InterfaceReader reader(ifname, m_platform.registry, m_platform.hardware.SerialNumber());
+  const InterfaceReader reader(ifname, m_platform.settings, m_platform.hardware.SerialNumber());
   ConfigureInterface(&observer, reader, ifname.c_str(), false, m_platform);
   ConfigureShaper(reader, ifname.c_str(), false, m_platform);
   // A join that cannot be started has been reported; the addressing still runs.
@@ -176,7 +174,7 @@ int LinkConfigCommand::Update(const std::string& ifname, LedNetworkStatusObserve
     StartDetachedNetworkTime(m_platform);
   }
   UpdateLed(observer, m_platform);
-  const HostReader host(m_platform.registry, m_platform.hardware.SerialNumber());
+  const HostReader host(m_platform.settings, m_platform.hardware.SerialNumber());
   if (host.Forwarding() == PersistentNetworkConfig::kNat) ConfigureNat(ifname, m_platform);
   return 0;
 }
@@ -208,8 +206,7 @@ int RunLinkrig(int argc, const char* const* argv, Platform& platform) {
     CORVO_ASSERT(false);
   }
 
-  const UbootBootEnvironment environment;
-  return LinkConfigCommand(environment, platform).Run(argc, argv);
+  return LinkConfigCommand(platform).Run(argc, argv);
 }
 
 }  // namespace corvo

@@ -5,7 +5,6 @@
 #include <optional>
 #include <string>
 
-#include "lib/hardware/boot_environment.h"
 #include "lib/platform/platform.h"
 
 namespace corvo {
@@ -17,8 +16,7 @@ constexpr const char* kUsage =
 
 class LinkConfigCommand {
  public:
-  LinkConfigCommand(const BootEnvironment& environment, Platform& platform)
-      : m_environment(environment), m_platform(platform) {}
+  explicit LinkConfigCommand(Platform& platform) : m_platform(platform) {}
 
   // Everything after the argument echo and the signal set-up; returns the exit status.
   int Run(int argc, const char* const* argv);
@@ -36,13 +34,11 @@ class LinkConfigCommand {
   int CheckLink(const std::string& ifname);
   bool IsSupplicantInterface(const std::string& ifname);
 
-  const BootEnvironment& m_environment;
   Platform& m_platform;
 };
 
 // What the command does from its start: the echo of its arguments, the check
-// of the interface name, the signal mask, and the run with the hardware
-// description from the boot loader's environment. Returns the exit status.
+// of the interface name, the signal mask, and the run. Returns the exit status.
 int RunLinkrig(int argc, const char* const* argv, Platform& platform);
 
 }  // namespace corvo

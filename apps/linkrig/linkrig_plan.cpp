@@ -12,37 +12,13 @@
 #include "apps/linkrig/link_config_command.h"
 #include "lib/platform/real_platform.h"
 #include "lib/platform/recording_platform.h"
-#include "lib/platform/settings/base64.h"
-#include "lib/platform/settings/passphrase_obfuscation.h"
+#include "lib/platform/settings/interface_reader.h"
 
 namespace {
 
 constexpr char kAssumed[] =
     "# Assumed: every program exits with status 0, the supplicant takes every change,\n"
     "# and no time server is asked.\n";
-
-// The stored values that are secrets, in every form they may take in a change.
-void KeepSecret(corvo::RecordingPlatform& plan, corvo::Registry& registry,
-                const std::string& section, const std::string& key, const std::string& value) {
-  if (value.empty()) return;
-  if (key == "dp" || (section == "customer" && key == "obfuscation_key")) {
-    plan.AddSecret(value);
-  } else if (key == "wp") {
-    plan.AddSecret(value);
-    try {
-      plan.AddSecret(corvo::UnobfuscatePassphrase(
-          value, [&registry] { return registry.Read("customer", "obfuscation_key"); }));
-    } catch (const std::exception&) {
-      // The run itself reports a passphrase that cannot be read.
-    }
-  } else if (key == "wk") {
-    plan.AddSecret(value);
-    try {
-      plan.AddSecret(corvo::DecodeBase64Value(value));
-    } catch (const std::exception&) {
-    }
-  }
-}
 
 // One line for each change; the same wait many times over is one line.
 void PrintEffects(const std::vector<std::string>& effects) {
@@ -69,7 +45,10 @@ int main(int argc, char** argv) {
   plan.world.network_time = {std::nullopt, "a plan asks no time server"};
   plan.world.on_value = [&](const std::string& section, const std::string& key,
                             const std::string& value) {
-    KeepSecret(plan, real.Get().registry, section, key, value);
+    for (const std::string& secret :
+         corvo::PersistentNetworkConfig::SecretForms(section, key, value, real.Get().settings)) {
+      plan.AddSecret(secret);
+    }
   };
 
   const int status = corvo::RunLinkrig(argc, argv, plan.Get());

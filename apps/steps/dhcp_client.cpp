@@ -8,14 +8,12 @@
 #include "lib/platform/base/interface_names.h"
 #include "lib/platform/settings/interface_reader.h"
 #include "lib/platform/system/net.h"
-#include "lib/platform/system/spawn_process.h"
 
 namespace corvo {
 
 namespace {
 
 constexpr char kDhcpClient[] = "/sbin/dhcpcd";
-constexpr unsigned int kFlags = SpawnProcess::kSystemToolFlags;
 
 // A stored address is handed to the client as static option values, so that
 // one program owns the interface's addresses in both cases.
@@ -55,7 +53,7 @@ void ConfigureDhcp(LedNetworkStatusObserver* observer,
   std::vector<std::string> args = {"-I",   reader.ClientIdentifier(),
                                    "-i",   hardware.OemId() + " " + hardware.OemModel(),
                                    "-o43", "-b"};
-  if (!platform.registry.Read("networking", "dhcp_debug").empty()) {
+  if (PersistentNetworkConfig::NetworkingReader(platform.settings).DhcpDebug()) {
     platform.log.Print("Enabling DHCP client debugging\n");
     args.push_back("-d");
   }
@@ -70,7 +68,7 @@ void ConfigureDhcp(LedNetworkStatusObserver* observer,
   }
   args.push_back(ifname);
 
-  const int status = platform.programs.Run(kDhcpClient, args, kFlags);
+  const int status = platform.programs.Run(kDhcpClient, args);
   // Stopping a client that is not running fails, and that is normal.
   if (start && status != 0) platform.log.Print("linkrig: Failed to spawn dhcpcd: %d\n", status);
   if (!start) {

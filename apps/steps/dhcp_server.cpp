@@ -10,7 +10,6 @@
 #include "apps/steps/status_led.h"
 #include "lib/platform/settings/interface_reader.h"
 #include "lib/platform/system/net.h"
-#include "lib/platform/system/spawn_process.h"
 
 namespace corvo {
 
@@ -19,7 +18,6 @@ namespace {
 using PersistentNetworkConfig::InterfaceReader;
 
 constexpr char kDhcpServer[] = "/sbin/udhcpd";
-constexpr unsigned int kFlags = SpawnProcess::kSystemToolFlags;
 constexpr std::int64_t kStopGraceUs = 30000000;
 constexpr std::chrono::seconds kReadyTimeout(15);
 constexpr std::chrono::seconds kReadyPoll(1);
@@ -73,7 +71,7 @@ void StartServer(const InterfaceReader& reader, const std::string& ifname,
     // Not reported: the server then fails on its own, and its exit code is.
   }
 
-  const int status = platform.programs.Run(kDhcpServer, {conf_file}, kFlags);
+  const int status = platform.programs.Run(kDhcpServer, {conf_file});
   if (status != 0) platform.log.Print("linkrig: Failed to spawn udhcpd: %d\n", status);
 }
 

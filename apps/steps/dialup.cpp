@@ -137,7 +137,7 @@ int ConfigureDialup(const std::string& ifname, DialupAction action, Platform& pl
   const bool done = Contained(
       [&] {
         const auto reader = PersistentNetworkConfig::InterfaceReader(
-            ifname, platform.registry, platform.hardware.SerialNumber());
+            ifname, platform.settings, platform.hardware.SerialNumber());
         const DialupSettings settings = DialupSettings::Read(reader);
         WriteDialupConfiguration(kModemDevice, settings, platform.files);
         if (action == kDialupStop || action == kDialupRestart) StopDialup(platform);

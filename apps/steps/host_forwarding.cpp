@@ -5,7 +5,6 @@
 
 #include "apps/steps/run_lock.h"
 #include "lib/platform/settings/interface_reader.h"
-#include "lib/platform/system/spawn_process.h"
 
 namespace corvo {
 
@@ -17,11 +16,11 @@ constexpr const char* kIptables = "/sbin/iptables";
 
 // Rule changes are best effort: deleting a rule that is not there must not stop the rest.
 void RunIptables(Platform& platform, const std::vector<std::string>& args) {
-  platform.programs.Run(kIptables, args, SpawnProcess::kSystemToolFlags);
+  platform.programs.Run(kIptables, args);
 }
 
 HostReader Host(Platform& platform) {
-  return HostReader(platform.registry, platform.hardware.SerialNumber());
+  return HostReader(platform.settings, platform.hardware.SerialNumber());
 }
 
 }  // namespace

@@ -8,21 +8,19 @@
 
 #include <fmt/format.h>
 
-#include "lib/platform/system/sntp.h"
-#include "lib/platform/system/spawn_process.h"
+#include "lib/platform/settings/interface_reader.h"
 
 namespace corvo {
 
 namespace {
 
-// In a session of its own, with the kernel log as output and under the
-// watchdog: pmc can hang on a silent network.
-constexpr unsigned int kPmcFlags = SpawnProcess::kSystemToolFlags | SpawnProcess::kNewSession;
-
 bool IsPtpSlave(int domain, Programs& programs) {
   const std::string command = fmt::format(
       "pmc -u -b 0 -d {} \"GET PORT_DATA_SET\" | grep -q -E \"SLAVE|UNCALIBRATED\"", domain);
-  return programs.Run("/bin/sh", {"-c", command}, kPmcFlags) == 0;
+  // In a session of its own, under the watchdog: pmc can hang on a silent network.
+  ProgramOptions options;
+  options.new_session = true;
+  return programs.Run("/bin/sh", {"-c", command}, options) == 0;
 }
 
 // The markers are read by later runs: written whole, and a failure is said but changes
@@ -77,10 +75,10 @@ void SetClockFromNetworkTime(std::int64_t network_time_ns, const std::string& pt
 }
 
 NetworkTimeSettings ReadNetworkTimeSettings(Platform& platform) {
+  const PersistentNetworkConfig::NetworkingReader networking(platform.settings);
   NetworkTimeSettings settings;
-  settings.server = platform.registry.Read("networking", "ntp_server");
-  if (settings.server.empty()) settings.server = kDefaultNtpServer;
-  settings.ptp_domain = platform.registry.Read("networking", "ptp_domain");
+  settings.server = networking.TimeServer();
+  settings.ptp_domain = networking.PtpDomain();
   return settings;
 }
 

@@ -41,8 +41,7 @@ constexpr std::int64_t kClockToleranceMicroseconds = 199999;
 void SetClockFromNetworkTime(std::int64_t network_time_ns, const std::string& ptp_domain,
                              Platform& platform);
 
-// The stored time server ("ntp_server" of "networking"; "pool.ntp.org" when empty) and PTP
-// domain ("ptp_domain").
+// The stored time server and PTP domain.
 struct NetworkTimeSettings {
   std::string server;
   std::string ptp_domain;

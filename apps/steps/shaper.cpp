@@ -10,14 +10,13 @@
 
 #include "apps/steps/contained.h"
 #include "lib/platform/settings/interface_reader.h"
-#include "lib/platform/system/spawn_process.h"
 
 namespace corvo {
 
 namespace {
 
 int RunTc(Platform& platform, const std::vector<std::string>& args) {
-  return platform.programs.Run("tc", args, SpawnProcess::kSystemToolFlags);
+  return platform.programs.Run("tc", args);
 }
 
 int AddShaper(const PersistentNetworkConfig::InterfaceReader& reader, const std::string& ifname,

@@ -29,7 +29,11 @@ bool InterfacePresent(const std::string& ifname, Platform& platform) {
   return false;
 }
 
-const char* DebugKey(bool wifi) { return wifi ? "wifi_debug" : "wired_debug"; }
+// One debugging switch serves the daemon for each kind of interface.
+bool DebugOn(bool wifi, Platform& platform) {
+  const PersistentNetworkConfig::NetworkingReader networking(platform.settings);
+  return wifi ? networking.WifiDebug() : networking.WiredDebug();
+}
 
 // With 802.1X off the wired port keeps no networks, but the supplicant is not
 // asked to take the port on, and one that is not running holds nothing.
@@ -85,8 +89,7 @@ int InitWifiOrDot1x(const std::string& ifname, Platform& platform) {
   if (!wifi && !platform.hardware.IsEthernetInterface(ifname)) return 0;
   if (wifi) SetWifiMacAddress(ifname, platform);
 
-  // One debugging switch serves the daemon for both kinds of interface.
-  if (!platform.registry.Read("networking", DebugKey(wifi)).empty()) {
+  if (DebugOn(wifi, platform)) {
     platform.log.Print("Enabling WiFi debugging\n");
     try {
       platform.supplicant.Connect()->SetDebugLevel(true);
@@ -122,7 +125,7 @@ int ConfigureWifiOrDot1x(LedNetworkStatusObserver* observer,
           return;
         }
         WifiSettings settings = ReadWifiSettings(reader);
-        settings.debug = !platform.registry.Read("networking", DebugKey(wifi)).empty();
+        settings.debug = DebugOn(wifi, platform);
         const auto interface = platform.supplicant.Connect()->GetOrCreateInterface(ifname);
         if (!interface) throw std::runtime_error("no supplicant interface");
         result = ConfigureWifiNetworks(*interface, ifname, settings, !wifi, ClockIsSet(platform),

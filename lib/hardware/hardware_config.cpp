@@ -3,7 +3,6 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
-#include <sys/stat.h>
 
 #include "lib/platform/base/interface_names.h"
 #include "lib/platform/system/network_ports.h"
@@ -23,14 +22,7 @@ std::optional<std::uint64_t> ParseAutoBase(const std::string& text) {
   return static_cast<std::uint64_t>(value);
 }
 
-HardwareConfig::HardwareConfig() {
-  const UbootBootEnvironment environment;
-  Load(environment);
-}
-
-HardwareConfig::HardwareConfig(const BootEnvironment& environment) { Load(environment); }
-
-void HardwareConfig::Load(const BootEnvironment& environment) {
+HardwareConfig::HardwareConfig(const BootEnvironment& environment) {
   if (const auto flags = environment.Get("VL_HWFLAGS")) {
     // A value that does not parse leaves no feature bits, rather than claiming all.
     m_features = ParseAutoBase(*flags).value_or(0);
@@ -48,14 +40,8 @@ std::optional<std::string> HardwareConfig::GetEthernetInterface(bool assume_pres
   return std::nullopt;
 }
 
-std::optional<std::string> HardwareConfig::GetWifiInterface() const {
+std::optional<std::string> HardwareConfig::GetWifiInterface() {
   if (NetworkPortExists(kWifiPort)) return std::string(kWifiPort);
-  return std::nullopt;
-}
-
-std::optional<std::string> HardwareConfig::GetModemInterface() const {
-  struct stat st;
-  if (stat(kModemDevice, &st) == 0) return std::string(kDialupPort);
   return std::nullopt;
 }
 
@@ -64,39 +50,38 @@ bool HardwareConfig::IsEthernetInterface(const std::string& name) const {
   return ethernet && *ethernet == name;
 }
 
-bool HardwareConfig::IsWifiInterface(const std::string& name) const {
+bool HardwareConfig::IsWifiInterface(const std::string& name) {
   const auto wifi = GetWifiInterface();
   return wifi && *wifi == name;
 }
 
-namespace {
-
-HardwareConfig& Installed() { return *HardwareConfig::GetInstance(); }
-
-}  // namespace
-
-bool InstalledHardwareFacts::IsWifiInterface(const std::string& name) {
-  return Installed().IsWifiInterface(name);
+const HardwareConfig& DeviceHardwareFacts::Config() {
+  std::call_once(m_read, [this] { m_config.emplace(UbootBootEnvironment(m_config_path)); });
+  return *m_config;
 }
 
-bool InstalledHardwareFacts::IsEthernetInterface(const std::string& name) {
-  return Installed().IsEthernetInterface(name);
+bool DeviceHardwareFacts::IsWifiInterface(const std::string& name) {
+  return HardwareConfig::IsWifiInterface(name);
 }
 
-std::optional<std::string> InstalledHardwareFacts::EthernetInterface() {
-  return Installed().GetEthernetInterface();
+bool DeviceHardwareFacts::IsEthernetInterface(const std::string& name) {
+  return Config().IsEthernetInterface(name);
 }
 
-std::string InstalledHardwareFacts::WifiDriver() { return Installed().WifiDriver(); }
+std::optional<std::string> DeviceHardwareFacts::EthernetInterface() {
+  return Config().GetEthernetInterface();
+}
 
-std::string InstalledHardwareFacts::OemId() { return Installed().OemId(); }
+std::string DeviceHardwareFacts::WifiDriver() { return HardwareConfig::WifiDriver(); }
 
-std::string InstalledHardwareFacts::OemModel() { return Installed().OemModel(); }
+std::string DeviceHardwareFacts::OemId() { return Config().OemId(); }
 
-std::string InstalledHardwareFacts::SerialNumber() { return Installed().SerialNumber(); }
+std::string DeviceHardwareFacts::OemModel() { return Config().OemModel(); }
 
-std::optional<std::string> InstalledHardwareFacts::WifiMacAddress() {
-  const HardwareConfig& hardware = Installed();
+std::string DeviceHardwareFacts::SerialNumber() { return Config().SerialNumber(); }
+
+std::optional<std::string> DeviceHardwareFacts::WifiMacAddress() {
+  const HardwareConfig& hardware = Config();
   if (!hardware.NeedsWifiMacAddress()) return std::nullopt;
   return hardware.WifiMacAddressVariable();
 }

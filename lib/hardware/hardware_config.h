@@ -2,22 +2,19 @@
 // What network hardware this device has, from its hardware variables.
 
 #include <cstdint>
-#include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
 #include "lib/hardware/boot_environment.h"
 #include "lib/hardware/hardware_facts.h"
-#include "lib/platform/base/singleton.h"
 
 namespace corvo {
 
-class HardwareConfig : public Singleton<HardwareConfig> {
+class HardwareConfig {
  public:
   static constexpr std::uint64_t kFeatureEthernet = 0x10;
 
-  // Reads the boot loader's environment.
-  HardwareConfig();
   explicit HardwareConfig(const BootEnvironment& environment);
 
   std::uint64_t Features() const { return m_features; }
@@ -27,20 +24,18 @@ class HardwareConfig : public Singleton<HardwareConfig> {
   const std::string& SerialNumber() const { return m_serial; }
 
   std::optional<std::string> GetEthernetInterface(bool assume_present = false) const;
-  std::optional<std::string> GetWifiInterface() const;
-  std::optional<std::string> GetModemInterface() const;
   bool IsEthernetInterface(const std::string& name) const;
-  bool IsWifiInterface(const std::string& name) const;
+  // The WiFi port is told by the network ports, not by the variables.
+  static std::optional<std::string> GetWifiInterface();
+  static bool IsWifiInterface(const std::string& name);
 
   // Driver named when the supplicant is asked to manage the WiFi interface.
-  const char* WifiDriver() const { return "nl80211"; }
+  static const char* WifiDriver() { return "nl80211"; }
   // The WiFi MAC address is set from WLAN0_HWADDR when the variable exists.
   bool NeedsWifiMacAddress() const { return m_wlan0_hwaddr.has_value(); }
   const std::optional<std::string>& WifiMacAddressVariable() const { return m_wlan0_hwaddr; }
 
  private:
-  void Load(const BootEnvironment& environment);
-
   std::uint64_t m_features = ~std::uint64_t{0};
   std::string m_oem_id;
   std::string m_oem_model;
@@ -48,10 +43,13 @@ class HardwareConfig : public Singleton<HardwareConfig> {
   std::optional<std::string> m_wlan0_hwaddr;
 };
 
-// The facts of the HardwareConfig that exists when they are asked for (asking
-// with none is an assertion failure).
-class InstalledHardwareFacts : public HardwareFacts {
+// The device's own hardware facts. The boot loader's environment is read once, when a fact
+// first needs it: a run that asks for none (a link check of most ports) never reads it.
+class DeviceHardwareFacts : public HardwareFacts {
  public:
+  explicit DeviceHardwareFacts(const char* config_path = UbootBootEnvironment::kDefaultConfig)
+      : m_config_path(config_path) {}
+
   bool IsWifiInterface(const std::string& name) override;
   bool IsEthernetInterface(const std::string& name) override;
   std::optional<std::string> EthernetInterface() override;
@@ -60,6 +58,13 @@ class InstalledHardwareFacts : public HardwareFacts {
   std::string OemModel() override;
   std::string SerialNumber() override;
   std::optional<std::string> WifiMacAddress() override;
+
+ private:
+  const HardwareConfig& Config();
+
+  const char* m_config_path;
+  std::once_flag m_read;
+  std::optional<HardwareConfig> m_config;
 };
 
 // The leading number of the text, with automatic base detection ("0x"

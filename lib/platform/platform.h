@@ -7,7 +7,7 @@
 
 #include "lib/hardware/hardware_facts.h"
 #include "lib/platform/base/log.h"
-#include "lib/platform/settings/registry.h"
+#include "lib/platform/settings/settings.h"
 #include "lib/platform/supplicant/supplicant.h"
 #include "lib/platform/system/os.h"
 
@@ -22,7 +22,7 @@ struct Platform {
   SystemClock& system_clock;
   HostNames& host_names;
   NetworkTimeSource& network_time;
-  Registry& registry;
+  Settings& settings;
   supplicant::SupplicantConnector& supplicant;
   HardwareFacts& hardware;
   LogSink& log;  // standard error: every diagnostic line

@@ -11,6 +11,7 @@
 
 #include "lib/platform/base/errno_exception.h"
 #include "lib/platform/bus/bus_error.h"
+#include "lib/platform/settings/interface_reader.h"
 #include "lib/platform/supplicant/names.h"
 
 namespace corvo {
@@ -32,13 +33,6 @@ std::string Duration(std::chrono::microseconds duration) {
   return std::to_string(us) + " us";
 }
 
-bool IsSecretKey(const std::string& key) {
-  for (const char* secret : supplicant::kSecretKeys) {
-    if (key == secret) return true;
-  }
-  return false;
-}
-
 std::string RenderValue(const supplicant::PropertyValue& value) {
   if (const auto* text = std::get_if<std::string>(&value)) return QuoteText(*text);
   if (const auto* number = std::get_if<std::int32_t>(&value)) return std::to_string(*number);
@@ -53,12 +47,10 @@ std::string RenderProperties(const supplicant::PropertySet& properties) {
   std::string text = "{";
   for (const auto& [key, value] : properties) {
     if (text.size() > 1) text += ", ";
-    text += key + "=" + (IsSecretKey(key) ? std::string("<redacted>") : RenderValue(value));
+    text += key + "=" + (PersistentNetworkConfig::IsPassphraseProperty(key) ? std::string("<redacted>") : RenderValue(value));
   }
   return text + "}";
 }
-
-std::string NotAvailable() { return "not available to a recorded run"; }
 
 bool Contains(const std::vector<std::string>& names, const std::string& name) {
   return std::find(names.begin(), names.end(), name) != names.end();
@@ -107,7 +99,7 @@ class RecordingPlatform::Parts : public Programs,
                                  public SystemClock,
                                  public HostNames,
                                  public NetworkTimeSource,
-                                 public Registry,
+                                 public Settings,
                                  public HardwareFacts,
                                  public supplicant::SupplicantConnector {
  public:
@@ -116,12 +108,12 @@ class RecordingPlatform::Parts : public Programs,
 
   // --- Programs
   int Run(const std::string& program, const std::vector<std::string>& args,
-          unsigned int flags) override {
+          const ProgramOptions&) override {
     std::string line = "run " + QuoteArgument(m_owner.Redact(program));
     for (const std::string& arg : args) line += " " + QuoteArgument(m_owner.Redact(arg));
     const std::lock_guard<std::recursive_mutex> lock(m_owner.Mutex());
     m_owner.Record(line);
-    m_world.runs.push_back({program, args, flags});
+    m_world.runs.push_back({program, args});
     auto& codes = m_world.exit_codes[program];
     if (codes.empty()) return 0;
     const int code = codes.front();
@@ -303,12 +295,12 @@ class RecordingPlatform::Parts : public Programs,
   // --- NetworkTimeSource: a recorded run asks no server.
   NetworkTimeResult Query(const std::string&) override { return m_world.network_time; }
 
-  // --- Registry (only reads are ever made)
+  // --- Settings
   std::string Read(const std::string& section, const std::string& key) override {
     if (m_world.on_read) m_world.on_read(section, key);
     std::string value;
     if (m_source) {
-      value = m_source->registry.Read(section, key);
+      value = m_source->settings.Read(section, key);
     } else {
       const auto found = m_world.settings.find({section, key});
       if (found != m_world.settings.end()) value = found->second;
@@ -316,25 +308,6 @@ class RecordingPlatform::Parts : public Programs,
     if (m_world.on_value) m_world.on_value(section, key, value);
     return value;
   }
-  std::string ReadAllJson() override { throw std::logic_error(NotAvailable()); }
-  void WriteJson(const std::string&) override { throw std::logic_error(NotAvailable()); }
-  void Write(const std::string&, const std::string&, const std::string&) override {
-    throw std::logic_error(NotAvailable());
-  }
-  bool KeyExists(const std::string&, const std::string&) override {
-    throw std::logic_error(NotAvailable());
-  }
-  bool SectionExists(const std::string&) override { throw std::logic_error(NotAvailable()); }
-  void DeleteKey(const std::string&, const std::string&) override {
-    throw std::logic_error(NotAvailable());
-  }
-  void DeleteSection(const std::string&) override { throw std::logic_error(NotAvailable()); }
-  void DeleteAll() override { throw std::logic_error(NotAvailable()); }
-  std::vector<std::string> SectionList() override { throw std::logic_error(NotAvailable()); }
-  std::map<std::string, std::string> KeyList(const std::string&) override {
-    throw std::logic_error(NotAvailable());
-  }
-  void Flush() override { throw std::logic_error(NotAvailable()); }
 
   // --- HardwareFacts
   bool IsWifiInterface(const std::string& name) override {
@@ -562,9 +535,8 @@ class RecordedSupplicant : public supplicant::Supplicant {
       return GetInterface(ifname);
     } catch (const supplicant::InterfaceUnknown&) {
     }
-    const auto wired = m_parts.EthernetInterface();
     m_parts.m_owner.Record("supplicant " + ifname + ": create interface (driver " +
-                           (wired == ifname ? std::string("wired") : m_parts.WifiDriver()) + ")");
+                           m_parts.SupplicantDriver(ifname) + ")");
     m_parts.m_world.supplicant_interfaces[ifname];
     return std::make_shared<RecordedInterface>(m_parts, ifname, nullptr);
   }

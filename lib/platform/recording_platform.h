@@ -25,7 +25,6 @@ namespace corvo {
 struct ProgramRun {
   std::string program;
   std::vector<std::string> args;
-  unsigned int flags = 0;
 };
 
 // What the recorded supplicant holds for one interface.

@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   RecordingPlatform platform;
   platform.world.Set(".omba", "wp", text);
   platform.world.Set("customer", "obfuscation_key", "customer key");
-  const PersistentNetworkConfig::InterfaceReader reader("eth0", platform.Get().registry, "S1");
+  const PersistentNetworkConfig::InterfaceReader reader("eth0", platform.Get().settings, "S1");
   fuzz::Expect([&] { fuzz::Check(reader.Passphrase().size() <= size / 2, "passphrase grew"); },
                {"Insufficient input for UnobfuscatePassphrase", "Unknown obfuscation algorithm",
                 "Invalid hexadecimal string length", "Invalid hexadecimal digit",

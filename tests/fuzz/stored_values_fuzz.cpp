@@ -12,8 +12,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                           "dhgw", "dhdn", "wa", "wf", "ir", "forwarding", "hn"}) {
     platform.world.Set(".omba", key, fuzz::Text(data, size));
   }
-  const PersistentNetworkConfig::InterfaceReader reader("eth0", platform.Get().registry, "S1");
-  const PersistentNetworkConfig::HostReader host(platform.Get().registry, "S1");
+  const PersistentNetworkConfig::InterfaceReader reader("eth0", platform.Get().settings, "S1");
+  const PersistentNetworkConfig::HostReader host(platform.Get().settings, "S1");
   // These never refuse a value.
   reader.IsDhcp(), reader.Gateway(), reader.DhcpServerGateway(), reader.InboundRate();
   reader.InterfaceMetric(), reader.Mtu(), host.Forwarding(), host.HostName();

@@ -49,8 +49,9 @@ std::string Describe(const supplicant::BssInfo& bss) {
 
 // The drivers as the command chooses them, from the device's hardware description.
 std::shared_ptr<supplicant::Supplicant> Connect() {
-  const corvo::HardwareConfig* hardware = corvo::HardwareConfig::GetInstance();
-  return supplicant::Supplicant::Create({hardware->GetEthernetInterface(), hardware->WifiDriver()});
+  static corvo::DeviceHardwareFacts hardware;
+  return supplicant::Supplicant::Create(
+      [](const std::string& ifname) { return hardware.SupplicantDriver(ifname); });
 }
 
 auto Find(const Args& a) { return Connect()->GetInterface(a.at(0)); }
@@ -106,7 +107,6 @@ int Run(const Args& group) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  corvo::HardwareConfig hardware;
   Args group;
   for (int i = 1; i <= argc; ++i) {
     if (i < argc && std::string(argv[i]) != "--") {

@@ -7,7 +7,6 @@
 
 #include "lib/hardware/hardware_config.h"
 #include "lib/platform/system/network_ports.h"
-#include "tests/unit/private_kernel_log.h"
 
 namespace {
 
@@ -45,19 +44,6 @@ TEST(HardwareConfig, SerialOnlyWithFormatOne) {
       Vars{{"VL_SERIAL", "A123"}, {"VL_FORMAT", "2"}, {"WLAN0_HWADDR", "02:00:00:00:00:01"}}));
   EXPECT_EQ(hw.SerialNumber(), "");
   EXPECT_TRUE(hw.NeedsWifiMacAddress());
-}
-
-TEST(HardwareConfig, SingletonLifetime) {
-  EXPECT_FALSE(HardwareConfig::Exists());
-  {
-    const StaticBootEnvironment env;
-    const HardwareConfig hw(env);
-    EXPECT_EQ(HardwareConfig::GetInstance(), &hw);
-  }
-  EXPECT_FALSE(HardwareConfig::Exists());
-  EXPECT_DEATH((corvo::KeepKernelLogPrivate(), HardwareConfig::GetInstance()),
-               "User space assert from process [0-9]+: lib/platform/singleton:[0-9]+: static T\\* "
-               "corvo::Singleton<T>::GetInstance\\(\\) \\[with T = corvo::HardwareConfig\\]");
 }
 
 // A directory of links as /sys/class/net/ holds them, gone with the test.

@@ -58,7 +58,7 @@ TEST_P(ReaderCaseTest, ParsesStoredValue) {
   for (std::string item; std::getline(settings, item, ';');) {
     world.Set(".omba", item.substr(0, item.find('=')), item.substr(item.find('=') + 1));
   }
-  const HostReader host(platform.Get().registry, "S1");
+  const HostReader host(platform.Get().settings, "S1");
   EXPECT_EQ(Call(c.accessor, {Reader("eth0"), host}), c.expected);
   EXPECT_EQ(m_reads, c.reads);
 }

@@ -14,11 +14,8 @@ class Command : public StepTest {
   }
   int Run(const char* ifname, const char* action) {
     const char* args[] = {"linkrig", ifname, action};
-    return LinkConfigCommand(kEthernet, platform).Run(3, args);
+    return LinkConfigCommand(platform).Run(3, args);
   }
-
-  inline static const StaticBootEnvironment kEthernet{
-      std::map<std::string, std::string>{{"VL_HWFLAGS", "0x10"}}};
 };
 
 struct DispatchCase {

@@ -58,7 +58,7 @@ class StepTest : public ::testing::Test {
     for (const auto& [key, value] : settings) world.Set(section, key, value);
   }
   InterfaceReader Reader(const std::string& ifname) {
-    return InterfaceReader(ifname, platform.Get().registry, world.serial_number);
+    return InterfaceReader(ifname, platform.Get().settings, world.serial_number);
   }
   // The argument vectors of every run of the program, in order.
   std::vector<std::vector<std::string>> Runs(const std::string& program) const {

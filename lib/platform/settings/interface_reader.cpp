@@ -16,6 +16,8 @@ namespace PersistentNetworkConfig {
 namespace {
 
 constexpr char kHostSection[] = ".omba";
+constexpr char kNetworkingSection[] = "networking";
+constexpr char kDefaultTimeServer[] = "pool.ntp.org";
 constexpr std::size_t kMaxClientIdentifier = 48;
 constexpr int kMaxVlanId = 4095;
 
@@ -55,6 +57,8 @@ std::vector<std::uint32_t> ParseIp4List(const std::string& value) {
   return addresses;
 }
 
+std::string CustomerKey(Settings& settings) { return settings.Read("customer", "obfuscation_key"); }
+
 }  // namespace
 
 std::string SectionForInterface(const std::string& ifname) {
@@ -64,19 +68,19 @@ std::string SectionForInterface(const std::string& ifname) {
   return ".net." + ifname;
 }
 
-InterfaceReader::InterfaceReader(const std::string& ifname, Registry& registry,
+InterfaceReader::InterfaceReader(const std::string& ifname, Settings& settings,
                                  std::string serial_number)
     : m_ifname(ifname),
       m_section(SectionForInterface(ifname)),
-      m_registry(&registry),
+      m_settings(&settings),
       m_serial(std::move(serial_number)) {}
 
 InterfaceReader InterfaceReader::ForInterface(const std::string& ifname) const {
-  return InterfaceReader(ifname, *m_registry, m_serial);
+  return InterfaceReader(ifname, *m_settings, m_serial);
 }
 
 std::string InterfaceReader::Read(const std::string& key) const {
-  return m_registry->Read(m_section, key);
+  return m_settings->Read(m_section, key);
 }
 
 std::uint32_t InterfaceReader::ReadIp4(const std::string& key) const {
@@ -165,9 +169,8 @@ std::string InterfaceReader::Ssid() const { return Read("wi"); }
 std::string InterfaceReader::Passphrase() const {
   const std::string stored = Read("wp");
   if (stored.empty()) return stored;
-  Registry* const registry = m_registry;
-  return UnobfuscatePassphrase(
-      stored, [registry] { return registry->Read("customer", "obfuscation_key"); });
+  Settings* const settings = m_settings;
+  return UnobfuscatePassphrase(stored, [settings] { return CustomerKey(*settings); });
 }
 
 std::string InterfaceReader::Identity() const { return Read("wc"); }
@@ -221,11 +224,11 @@ int InterfaceReader::DialupLinkParameter() const {
   }
 }
 
-HostReader::HostReader(Registry& registry, std::string serial_number)
-    : m_section(kHostSection), m_registry(&registry), m_serial(std::move(serial_number)) {}
+HostReader::HostReader(Settings& settings, std::string serial_number)
+    : m_section(kHostSection), m_settings(&settings), m_serial(std::move(serial_number)) {}
 
 ForwardingMode HostReader::Forwarding() const {
-  const std::string value = m_registry->Read(m_section, "forwarding");
+  const std::string value = m_settings->Read(m_section, "forwarding");
   if (value.empty()) return kNoForwarding;
   char* end = nullptr;
   const unsigned long forwarding = std::strtoul(value.c_str(), &end, 16);
@@ -234,9 +237,55 @@ ForwardingMode HostReader::Forwarding() const {
 }
 
 std::string HostReader::HostName() const {
-  const std::string value = m_registry->Read(m_section, "hn");
+  const std::string value = m_settings->Read(m_section, "hn");
   if (value.empty()) return "Velmora-" + m_serial;
   return value;
+}
+
+bool NetworkingReader::IsOn(const char* key) const {
+  return !m_settings->Read(kNetworkingSection, key).empty();
+}
+
+bool NetworkingReader::DhcpDebug() const { return IsOn("dhcp_debug"); }
+
+bool NetworkingReader::WifiDebug() const { return IsOn("wifi_debug"); }
+
+bool NetworkingReader::WiredDebug() const { return IsOn("wired_debug"); }
+
+std::string NetworkingReader::TimeServer() const {
+  const std::string value = m_settings->Read(kNetworkingSection, "ntp_server");
+  return value.empty() ? kDefaultTimeServer : value;
+}
+
+std::string NetworkingReader::PtpDomain() const {
+  return m_settings->Read(kNetworkingSection, "ptp_domain");
+}
+
+std::vector<std::string> SecretForms(const std::string& section, const std::string& key,
+                                     const std::string& value, Settings& settings) {
+  if (value.empty()) return {};
+  std::vector<std::string> forms;
+  if (key == "dp" || (section == "customer" && key == "obfuscation_key")) {
+    forms.push_back(value);
+  } else if (key == "wp") {
+    forms.push_back(value);
+    try {
+      forms.push_back(UnobfuscatePassphrase(value, [&settings] { return CustomerKey(settings); }));
+    } catch (const std::exception&) {
+    }
+  } else if (key == "wk") {
+    forms.push_back(value);
+    try {
+      forms.push_back(DecodeBase64Value(value));
+    } catch (const std::exception&) {
+    }
+  }
+  return forms;
+}
+
+bool IsPassphraseProperty(const std::string& property) {
+  return property == "psk" || property == "password" || property == "wep_key0" ||
+         property == "private_key_passwd";
 }
 
 }  // namespace PersistentNetworkConfig

@@ -1,8 +1,8 @@
 #pragma once
-// Typed read view of the stored network settings of one interface, and of the
-// host-wide ones. Nothing is cached: every accessor call reads the registry
-// once (the name-server list reads its three keys, a customer-key passphrase
-// also reads the customer key).
+// Typed read views of the stored network settings: of one interface, of the host-wide ones
+// and of section "networking". Nothing is cached: every accessor call reads one stored value
+// (the name-server list reads its three keys, a customer-key passphrase also reads the
+// customer key). The readers also say which stored values are secrets.
 //
 // Stored numbers are hexadecimal text unless noted. An IPv4 value is read
 // from its leading hexadecimal digits (a "0x" prefix and leading blanks are
@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "lib/platform/base/interface_names.h"
-#include "lib/platform/settings/registry.h"
+#include "lib/platform/settings/settings.h"
 
 namespace corvo {
 namespace PersistentNetworkConfig {
@@ -33,7 +33,7 @@ std::string SectionForInterface(const std::string& ifname);
 class InterfaceReader {
  public:
   // The serial number makes the defaults of "ci" and "hn" (empty when unknown).
-  InterfaceReader(const std::string& ifname, Registry& registry, std::string serial_number);
+  InterfaceReader(const std::string& ifname, Settings& settings, std::string serial_number);
 
   const std::string& InterfaceName() const { return m_ifname; }
   const std::string& Section() const { return m_section; }
@@ -96,7 +96,7 @@ class InterfaceReader {
 
   std::string m_ifname;
   std::string m_section;
-  Registry* m_registry;
+  Settings* m_settings;
   std::string m_serial;
 };
 
@@ -106,7 +106,7 @@ enum ForwardingMode { kNoForwarding = 0, kRouting = 1, kNat = 2 };
 // Host-wide settings, kept in the section of "eth0".
 class HostReader {
  public:
-  HostReader(Registry& registry, std::string serial_number);
+  HostReader(Settings& settings, std::string serial_number);
 
   const std::string& Section() const { return m_section; }
   // "forwarding": 0, 1 or 2 in hexadecimal; anything else is kNoForwarding.
@@ -116,9 +116,36 @@ class HostReader {
 
  private:
   std::string m_section;
-  Registry* m_registry;
+  Settings* m_settings;
   std::string m_serial;
 };
+
+// Host-wide settings of section "networking". A switch is on when its value is not empty.
+class NetworkingReader {
+ public:
+  explicit NetworkingReader(Settings& settings) : m_settings(&settings) {}
+
+  bool DhcpDebug() const;          // "dhcp_debug": dhcpcd runs with -d
+  bool WifiDebug() const;          // "wifi_debug": supplicant debugging for the WiFi port
+  bool WiredDebug() const;         // "wired_debug": the same for the wired 802.1X port
+  std::string TimeServer() const;  // "ntp_server"; empty is "pool.ntp.org"
+  std::string PtpDomain() const;   // "ptp_domain", decimal as stored; empty is none
+
+ private:
+  bool IsOn(const char* key) const;
+
+  Settings* m_settings;
+};
+
+// The secrets among the stored values, in every form a run may show them: the dial-up
+// password ("dp"), the passphrase ("wp") as stored and as recovered, the private key ("wk") as
+// stored and as decoded, and the customer key. None for any other value, or an empty one; a
+// form that cannot be recovered is left out (the run itself reports such a value).
+std::vector<std::string> SecretForms(const std::string& section, const std::string& key,
+                                     const std::string& value, Settings& settings);
+
+// The supplicant network properties that carry the passphrase, in whatever form.
+bool IsPassphraseProperty(const std::string& property);
 
 }  // namespace PersistentNetworkConfig
 }  // namespace corvo

@@ -1,5 +1,6 @@
 #pragma once
-// Client of the player's registry service (com.ombalabs.Registry on the system bus).
+// Client of the player's registry service (com.ombalabs.Registry on the system bus): every
+// operation of the service, for the tools; a run only reads (settings.h).
 
 #include <exception>
 #include <map>
@@ -7,15 +8,17 @@
 #include <string>
 #include <vector>
 
+#include "lib/platform/settings/settings.h"
+
 namespace corvo {
 
-class Registry {
+class Registry : public Settings {
  public:
   virtual ~Registry() = default;
 
   virtual std::string ReadAllJson() = 0;
   virtual void WriteJson(const std::string& json) = 0;
-  virtual std::string Read(const std::string& section, const std::string& key) = 0;
+  std::string Read(const std::string& section, const std::string& key) override = 0;
   virtual void Write(const std::string& section, const std::string& key,
                      const std::string& value) = 0;
   virtual bool KeyExists(const std::string& section, const std::string& key) = 0;

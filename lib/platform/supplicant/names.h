@@ -42,8 +42,4 @@ constexpr char kPrivateKey[] = "private_key";
 constexpr char kPrivateKeyPasswd[] = "private_key_passwd";
 }  // namespace key
 
-// The keys whose values are secrets.
-constexpr const char* kSecretKeys[] = {key::kPsk, key::kPassword, key::kWepKey0,
-                                       key::kPrivateKeyPasswd};
-
 }  // namespace supplicant

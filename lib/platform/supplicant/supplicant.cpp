@@ -184,8 +184,8 @@ class InterfaceImpl : public Interface {
 
 class SupplicantImpl : public Supplicant {
  public:
-  explicit SupplicantImpl(InterfaceDrivers drivers)
-      : m_drivers(std::move(drivers)),
+  explicit SupplicantImpl(DriverChoice driver_for)
+      : m_driver_for(std::move(driver_for)),
         m_connection(Translated([] { return DBus::Connection::SystemBus(); })),
         m_proxy(m_connection, kObjectPath, kServiceName) {}
 
@@ -199,10 +199,9 @@ class SupplicantImpl : public Supplicant {
       return GetInterface(ifname);
     } catch (const InterfaceUnknown&) {
     }
-    const bool wired = m_drivers.wired_interface && *m_drivers.wired_interface == ifname;
     const VariantMap args = {
         {"Ifname", corvo::MakeVariant<std::string>(ifname)},
-        {"Driver", corvo::MakeVariant<std::string>(wired ? "wired" : m_drivers.wireless_driver)},
+        {"Driver", corvo::MakeVariant<std::string>(m_driver_for(ifname))},
     };
     const DBus::Path path = Translated([&] { return m_proxy.CreateInterface(args); });
     return std::make_shared<InterfaceImpl>(m_connection, path);
@@ -213,7 +212,7 @@ class SupplicantImpl : public Supplicant {
   }
 
  private:
-  InterfaceDrivers m_drivers;
+  DriverChoice m_driver_for;
   DBus::Connection m_connection;
   SupplicantProxy m_proxy;
 };
@@ -227,8 +226,8 @@ Bytes SupplicantBSSProxy::ByteArrayProperty(const char* property) {
   return ReadByteArrayReply(fi::w1::wpa_supplicant1::BSS_proxy::invoke_method(call));
 }
 
-std::shared_ptr<Supplicant> Supplicant::Create(InterfaceDrivers drivers) {
-  return std::make_shared<SupplicantImpl>(std::move(drivers));
+std::shared_ptr<Supplicant> Supplicant::Create(DriverChoice driver_for) {
+  return std::make_shared<SupplicantImpl>(std::move(driver_for));
 }
 
 WifiLinkState GetWifiLinkState(SupplicantConnector& connector, const std::string& ifname) {
@@ -255,7 +254,8 @@ WifiLinkState GetWifiLinkState(SupplicantConnector& connector, const std::string
 }
 
 WifiLinkState GetWifiLinkState(const std::string& ifname) {
-  BusSupplicantConnector connector([] { return InterfaceDrivers(); });
+  // Only asked about interfaces, never to take one on.
+  BusSupplicantConnector connector(nullptr);
   return GetWifiLinkState(connector, ifname);
 }
 

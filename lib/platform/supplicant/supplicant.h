@@ -69,11 +69,8 @@ class Interface {
   virtual std::shared_ptr<Network> GetCurrentNetwork() = 0;
 };
 
-// Which driver the daemon is told to use for an interface it is asked to take on.
-struct InterfaceDrivers {
-  std::optional<std::string> wired_interface;  // gets "wired"
-  std::string wireless_driver;                 // every other interface
-};
+// The driver the daemon is told to use for an interface it is asked to take on.
+using DriverChoice = std::function<std::string(const std::string& ifname)>;
 
 class Supplicant {
  public:
@@ -83,7 +80,7 @@ class Supplicant {
   virtual void SetDebugLevel(bool verbose) = 0;
 
   // A new client with its own bus connection on every call.
-  static std::shared_ptr<Supplicant> Create(InterfaceDrivers drivers = {});
+  static std::shared_ptr<Supplicant> Create(DriverChoice driver_for);
 };
 
 // Makes clients; the steps reach the daemon only through one of these.
@@ -95,19 +92,17 @@ class SupplicantConnector {
 
 // The daemon on the system bus. One client serves the connector's owner (a run)
 // throughout: every client opens a bus connection of its own, and a run asks
-// the daemon several times (the join, then each refresh of the LED). The
-// drivers are asked for when the client is made.
+// the daemon several times (the join, then each refresh of the LED).
 class BusSupplicantConnector : public SupplicantConnector {
  public:
-  explicit BusSupplicantConnector(std::function<InterfaceDrivers()> drivers)
-      : m_drivers(std::move(drivers)) {}
+  explicit BusSupplicantConnector(DriverChoice driver_for) : m_driver_for(std::move(driver_for)) {}
   std::shared_ptr<Supplicant> Connect() override {
-    if (!m_client) m_client = Supplicant::Create(m_drivers());
+    if (!m_client) m_client = Supplicant::Create(m_driver_for);
     return m_client;
   }
 
  private:
-  std::function<InterfaceDrivers()> m_drivers;
+  DriverChoice m_driver_for;
   std::shared_ptr<Supplicant> m_client;
 };
 

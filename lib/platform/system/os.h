@@ -17,13 +17,22 @@
 
 namespace corvo {
 
+// How a program run to its end is started. Its standard input is /dev/null and its output goes
+// to the kernel log; a watchdog kills it, and aborts the caller, after 300 s.
+struct ProgramOptions {
+  // A session of its own rather than a process group of its own.
+  bool new_session = false;
+};
+
 class Programs {
  public:
   virtual ~Programs() = default;
-  // Runs the program (searched along PATH unless a path) to its end with the
-  // SpawnProcess flags; returns its exit code.
+  // Runs the program (searched along PATH unless a path) to its end; returns its exit code.
   virtual int Run(const std::string& program, const std::vector<std::string>& args,
-                  unsigned int flags) = 0;
+                  const ProgramOptions& options) = 0;
+  int Run(const std::string& program, const std::vector<std::string>& args) {
+    return Run(program, args, ProgramOptions());
+  }
   // The PID recorded in the file when a process of that name runs under it.
   virtual std::optional<pid_t> ReadPidFile(const std::string& path, const std::string& name) = 0;
   // Sends the signal and waits up to the timeout for the process to go; then SIGKILL.

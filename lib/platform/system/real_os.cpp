@@ -77,9 +77,10 @@ std::int64_t ParseBuildTime(const char* date, const char* clock) {
 }  // namespace
 
 int RealPrograms::Run(const std::string& program, const std::vector<std::string>& args,
-                      unsigned int flags) {
+                      const ProgramOptions& options) {
   SpawnProcess process(program, args);
-  process.Execute(flags);
+  process.Execute(SpawnProcess::kSystemToolFlags |
+                  (options.new_session ? SpawnProcess::kNewSession : 0));
   return process.Wait();
 }
 

@@ -12,7 +12,7 @@ namespace corvo {
 class RealPrograms : public Programs {
  public:
   int Run(const std::string& program, const std::vector<std::string>& args,
-          unsigned int flags) override;
+          const ProgramOptions& options) override;
   std::optional<pid_t> ReadPidFile(const std::string& path, const std::string& name) override;
   void KillProcessAndWait(pid_t pid, int signal, std::int64_t timeout_us) override;
   pid_t StartDetached(const std::vector<std::string>& argv, const std::string& pid_file) override;

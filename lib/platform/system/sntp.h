@@ -11,8 +11,6 @@
 
 namespace corvo {
 
-constexpr const char* kDefaultNtpServer = "pool.ntp.org";
-
 // A name lookup of at most kNtpLookupLimit, then kNtpAttempts requests that
 // each wait kNtpAttemptLimit for a valid reply: the whole query ends within
 // kNtpQueryLimit whatever the network or the resolver does.

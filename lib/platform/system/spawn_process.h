@@ -29,7 +29,7 @@ class SpawnProcess {
   static constexpr unsigned int kWatchdog = 0x100;  // Wait aborts the process after 300 s
   static constexpr unsigned int kStdinPipe = 0x200;
   static constexpr unsigned int kCaptureOutput = 0x400;
-  // tc, iptables, the DHCP programs: output to the kernel log, under the watchdog.
+  // Every program the steps run (Programs::Run): output to the kernel log, under the watchdog.
   static constexpr unsigned int kSystemToolFlags = kKernelLogOutput | kWatchdog;
 
   explicit SpawnProcess(std::string program, std::vector<std::string> args = {});
