@@ -3,22 +3,32 @@
 // links, addresses and routes and the supplicant's state for real, runs the
 // same front end and steps, and prints every change they would make, in order,
 // one a line on standard output; the run's own messages go to standard error.
-// It exits with the status the run would have had.
+// It exits with the status the run would have had. The run goes through a recorder over an
+// overlay over the real platform: the recorder makes the lines, the overlay keeps the
+// changes from the player and answers for them.
 
 #include <cstdio>
 #include <string>
 #include <vector>
 
 #include "apps/linkrig/link_config_command.h"
+#include "lib/platform/overlay_platform.h"
 #include "lib/platform/real_platform.h"
 #include "lib/platform/recording_platform.h"
-#include "lib/platform/settings/interface_reader.h"
 
 namespace {
 
 constexpr char kAssumed[] =
     "# Assumed: every program exits with status 0, the supplicant takes every change,\n"
     "# and no time server is asked.\n";
+
+// Where only a real run could know, the plan assumes: a plan asks no time server.
+class NoTimeServer : public corvo::NetworkTimeSource {
+ public:
+  corvo::NetworkTimeResult Query(const std::string&) override {
+    return {std::nullopt, "a plan asks no time server"};
+  }
+};
 
 // One line for each change; the same wait many times over is one line.
 void PrintEffects(const std::vector<std::string>& effects) {
@@ -41,15 +51,13 @@ void PrintEffects(const std::vector<std::string>& effects) {
 
 int main(int argc, char** argv) {
   corvo::RealPlatform real;
-  corvo::RecordingPlatform plan(&real.Get());
-  plan.world.network_time = {std::nullopt, "a plan asks no time server"};
-  plan.world.on_value = [&](const std::string& section, const std::string& key,
-                            const std::string& value) {
-    for (const std::string& secret :
-         corvo::PersistentNetworkConfig::SecretForms(section, key, value, real.Get().settings)) {
-      plan.AddSecret(secret);
-    }
-  };
+  corvo::Platform& r = real.Get();
+  NoTimeServer no_time_server;
+  corvo::Platform player{r.programs,   r.network,      r.files,    r.locks,      r.clock,
+                         r.system_clock, r.host_names, no_time_server, r.settings, r.supplicant,
+                         r.hardware,     r.log,        r.out};
+  corvo::OverlayPlatform overlay(player);
+  corvo::RecordingPlatform plan(overlay);
 
   const int status = corvo::RunLinkrig(argc, argv, plan.Get());
 

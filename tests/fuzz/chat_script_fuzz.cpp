@@ -3,8 +3,8 @@
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include "apps/steps/dialup.h"
-#include "lib/platform/recording_platform.h"
 #include "tests/fuzz/fuzz_support.h"
+#include "tests/support/world_model.h"
 
 using namespace corvo;
 
@@ -12,12 +12,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   FuzzedDataProvider in(data, size);
   DialupSettings settings{in.ConsumeRandomLengthString(64), in.ConsumeRandomLengthString(64),
                           in.ConsumeRandomLengthString(32), in.ConsumeRemainingBytesAsString()};
-  RecordingPlatform platform;
+  WorldModel world;
   fuzz::Expect(
-      [&] { WriteDialupConfiguration("/dev/modem", settings, platform.Get().files); },
+      [&] { WriteDialupConfiguration("/dev/modem", settings, world.Get().files); },
       {"Dialup user contains invalid character", "Dialup password contains invalid character",
        "Dialup number contains invalid character"});
-  const std::string& script = platform.world.files[kChatScriptPath];
+  const std::string& script = world.files[kChatScriptPath];
   const std::size_t begin = script.find("\nOK \"");
   if (begin == std::string::npos) return 0;
   std::string init;  // chat reads "\ooo" as an octal byte

@@ -1,19 +1,19 @@
 // Every parsed stored value of eth0 and of the host (one section), all holding the input.
 
-#include "lib/platform/recording_platform.h"
 #include "lib/platform/settings/interface_reader.h"
 #include "tests/fuzz/fuzz_support.h"
+#include "tests/support/world_model.h"
 
 using namespace corvo;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  RecordingPlatform platform;
+  WorldModel world;
   for (const char* key : {"ip", "nm", "gw", "d0", "d1", "d2", "ci", "im", "mtu", "vlans", "dh",
                           "dhgw", "dhdn", "wa", "wf", "ir", "forwarding", "hn"}) {
-    platform.world.Set(".omba", key, fuzz::Text(data, size));
+    world.Set(".omba", key, fuzz::Text(data, size));
   }
-  const PersistentNetworkConfig::InterfaceReader reader("eth0", platform.Get().settings, "S1");
-  const PersistentNetworkConfig::HostReader host(platform.Get().settings, "S1");
+  const PersistentNetworkConfig::InterfaceReader reader("eth0", world.Get().settings, "S1");
+  const PersistentNetworkConfig::HostReader host(world.Get().settings, "S1");
   // These never refuse a value.
   reader.IsDhcp(), reader.Gateway(), reader.DhcpServerGateway(), reader.InboundRate();
   reader.InterfaceMetric(), reader.Mtu(), host.Forwarding(), host.HostName();

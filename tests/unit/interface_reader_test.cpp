@@ -7,8 +7,10 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <gtest/gtest.h>
+
 #include "tests/support/passphrase_obfuscator.h"
-#include "tests/unit/step_test.h"
+#include "tests/support/world_model.h"
 
 namespace corvo::PersistentNetworkConfig {
 namespace {
@@ -42,10 +44,14 @@ struct Case {
   int reads = 1;
 };
 
-// Readers over a recorded store that counts its reads.
-class ReaderTest : public test::StepTest {
+// Readers over a modelled store that counts its reads.
+class ReaderTest : public ::testing::Test {
  protected:
   ReaderTest() { world.on_read = [this](const std::string&, const std::string&) { ++m_reads; }; }
+  InterfaceReader Reader(const std::string& ifname) {
+    return InterfaceReader(ifname, world.Get().settings, "S1");
+  }
+  WorldModel world;
   int m_reads = 0;
 };
 
@@ -58,7 +64,7 @@ TEST_P(ReaderCaseTest, ParsesStoredValue) {
   for (std::string item; std::getline(settings, item, ';');) {
     world.Set(".omba", item.substr(0, item.find('=')), item.substr(item.find('=') + 1));
   }
-  const HostReader host(platform.Get().settings, "S1");
+  const HostReader host(world.Get().settings, "S1");
   EXPECT_EQ(Call(c.accessor, {Reader("eth0"), host}), c.expected);
   EXPECT_EQ(m_reads, c.reads);
 }

@@ -1,5 +1,5 @@
 #pragma once
-// What the tests of the steps share: a recorded world to run them in.
+// What the tests of the steps share: a model of the world, recorded, to run them in.
 
 #include <gtest/gtest.h>
 
@@ -10,6 +10,7 @@
 #include "apps/steps/wifi_profiles.h"
 #include "lib/platform/recording_platform.h"
 #include "lib/platform/settings/interface_reader.h"
+#include "tests/support/world_model.h"
 
 namespace corvo::test {
 
@@ -69,8 +70,8 @@ class StepTest : public ::testing::Test {
     return found;
   }
 
-  RecordingPlatform platform;
-  WorldModel& world = platform.world;
+  WorldModel world;
+  RecordingPlatform platform{world};
 };
 
 // The wireless steps: a recorded supplicant that manages wlan0 and eth0.
