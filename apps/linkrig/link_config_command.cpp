@@ -14,9 +14,7 @@
 #include "apps/steps/network_time.h"
 #include "apps/steps/run_lock.h"
 #include "apps/steps/shaper.h"
-#include "apps/steps/status_led.h"
 #include "apps/steps/wifi_bringup.h"
-#include "lib/hardware/led_status.h"
 #include "lib/platform/base/assert.h"
 #include "lib/platform/base/interface_names.h"
 #include "lib/platform/settings/interface_reader.h"
@@ -26,7 +24,6 @@ namespace corvo {
 namespace {
 
 using PersistentNetworkConfig::HostReader;
-using PersistentNetworkConfig::InterfaceReader;
 
 }  // namespace
 
@@ -81,18 +78,17 @@ int LinkConfigCommand::Dispatch(const std::string& ifname, const std::string& ac
 }
 
 int LinkConfigCommand::Act(const std::string& ifname, const std::string& action) {
-  LedNetworkStatusObserver observer(ifname, m_platform.files);
-  if (action == "init" || action == "add") {
-    return ifname == kDialupPort ? ModemStartCheck(ifname, m_platform) : 0;
-  }
-  if (action == "remove") {
-    return ifname == kDialupPort ? ConfigureDialup(ifname, kDialupStop, m_platform) : 0;
-  }
-  if (action == "start") return Start(ifname, observer);
-  if (action == "stop") return Stop(ifname, observer);
-  if (action == "reconfigure") return Reconfigure(ifname, observer);
+  // A link check needs neither the stored settings nor the LED.
   if (action == "checklink") return CheckLink(ifname);
-  if (action == "update") return Update(ifname, observer);
+  const RunContext run(m_platform, ifname);
+  if (action == "init" || action == "add") {
+    return ifname == kDialupPort ? ModemStartCheck(run) : 0;
+  }
+  if (action == "remove") return ifname == kDialupPort ? ConfigureDialup(run, kDialupStop) : 0;
+  if (action == "start") return Start(run);
+  if (action == "stop") return Stop(run);
+  if (action == "reconfigure") return Reconfigure(run);
+  if (action == "update") return Update(run);
   m_platform.log.Print("%s", kUsage);
   return 1;
 }
@@ -108,8 +104,7 @@ std::optional<int> LinkConfigCommand::MakeRequestedUpdates(const std::string& if
     if (requested.empty()) return status;
     for (const std::string& name : requested) {
       try {
-        LedNetworkStatusObserver observer(name, m_platform.files);
-        Update(name, observer);
+        Update(RunContext(m_platform, name));
       } catch (const std::exception& e) {
         m_platform.log.Print("linkrig: EXCEPTION: %s\n", e.what());
         status = 2;
@@ -123,59 +118,56 @@ bool LinkConfigCommand::IsSupplicantInterface(const std::string& ifname) {
          m_platform.hardware.IsEthernetInterface(ifname);
 }
 
-int LinkConfigCommand::Start(const std::string& ifname, LedNetworkStatusObserver& observer) {
-  if (ifname == kHost) {
+int LinkConfigCommand::Start(const RunContext& run) {
+  if (run.ifname == kHost) {
     // The clock is set from the network beside the host's own configuration.
     NetworkTimeThread network_time(m_platform);
-    ConfigureHostForwarding(true, m_platform);
+    ConfigureHostForwarding(Phase::kStart, m_platform);
     network_time.Join();
     return 0;
   }
-  if (ifname == kDialupPort) return ConfigureDialup(ifname, kDialupStart, m_platform);
-  const InterfaceReader reader(ifname, m_platform.settings, m_platform.hardware.SerialNumber());
-  if (IsSupplicantInterface(ifname)) InitialiseWifi(&observer, reader, ifname, m_platform);
+  if (run.ifname == kDialupPort) return ConfigureDialup(run, kDialupStart);
+  if (IsSupplicantInterface(run.ifname)) InitialiseWifi(run);
   // A start always begins from a stopped configuration; the shaper is only added.
-  ConfigureInterface(&observer, reader, ifname.c_str(), false, m_platform);
-  ConfigureInterface(&observer, reader, ifname.c_str(), true, m_platform);
-  ConfigureShaper(reader, ifname.c_str(), true, m_platform);
+  ConfigureInterface(run, Phase::kStop);
+  ConfigureInterface(run, Phase::kStart);
+  ConfigureShaper(run, Phase::kStart);
   return 0;
 }
 
-int LinkConfigCommand::Stop(const std::string& ifname, LedNetworkStatusObserver& observer) {
-  if (ifname == kHost) return 0;
-  if (ifname == kDialupPort) return ConfigureDialup(ifname, kDialupStop, m_platform);
-  const InterfaceReader reader(ifname, m_platform.settings, m_platform.hardware.SerialNumber());
-  ConfigureInterface(&observer, reader, ifname.c_str(), false, m_platform);
-  ConfigureShaper(reader, ifname.c_str(), false, m_platform);
+int LinkConfigCommand::Stop(const RunContext& run) {
+  if (run.ifname == kHost) return 0;
+  if (run.ifname == kDialupPort) return ConfigureDialup(run, kDialupStop);
+  ConfigureInterface(run, Phase::kStop);
+  ConfigureShaper(run, Phase::kStop);
   return 0;
 }
 
-int LinkConfigCommand::Reconfigure(const std::string& ifname, LedNetworkStatusObserver& observer) {
-  if (ifname == kHost) {
-    ConfigureHostForwarding(true, m_platform);
+int LinkConfigCommand::Reconfigure(const RunContext& run) {
+  if (run.ifname == kHost) {
+    ConfigureHostForwarding(Phase::kStart, m_platform);
     return 0;
   }
-  if (ifname == kDialupPort) return ConfigureDialup(ifname, kDialupRestart, m_platform);
-  const InterfaceReader reader(ifname, m_platform.settings, m_platform.hardware.SerialNumber());
-  ConfigureInterface(&observer, reader, ifname.c_str(), false, m_platform);
-  ConfigureShaper(reader, ifname.c_str(), false, m_platform);
+  if (run.ifname == kDialupPort) return ConfigureDialup(run, kDialupRestart);
+  ConfigureInterface(run, Phase::kStop);
+  ConfigureShaper(run, Phase::kStop);
   // A join that cannot be started has been reported; the addressing still runs.
-  if (IsSupplicantInterface(ifname)) ConfigureWifiOrDot1x(&observer, reader, ifname, m_platform);
-  ConfigureInterface(&observer, reader, ifname.c_str(), true, m_platform);
-  ConfigureShaper(reader, ifname.c_str(), true, m_platform);
+  if (IsSupplicantInterface(run.ifname)) ConfigureWifiOrDot1x(run);
+  ConfigureInterface(run, Phase::kStart);
+  ConfigureShaper(run, Phase::kStart);
   return 0;
 }
 
-int LinkConfigCommand::Update(const std::string& ifname, LedNetworkStatusObserver& observer) {
+int LinkConfigCommand::Update(const RunContext& run) {
   // A default route is what a lease brings: the network may have a time server now. The
   // query goes on without this run, which dhcpcd waits for.
-  if (ifname != kHost && m_platform.network.HasDefaultRoute(ifname) &&
+  if (run.ifname != kHost && m_platform.network.HasDefaultRoute(run.ifname) &&
       NetworkTimeIsDue(m_platform)) {
     StartDetachedNetworkTime(m_platform);
   }
-  UpdateLed(observer, m_platform);
+  run.led.Update();
   const HostReader host(m_platform.settings, m_platform.hardware.SerialNumber());
-  if (host.Forwarding() == PersistentNetworkConfig::kNat) ConfigureNat(ifname, m_platform);
+  if (host.Forwarding() == PersistentNetworkConfig::kNat) ConfigureNat(run.ifname, m_platform);
   return 0;
 }
 

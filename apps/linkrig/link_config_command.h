@@ -5,11 +5,9 @@
 #include <optional>
 #include <string>
 
-#include "lib/platform/platform.h"
+#include "apps/steps/run_context.h"
 
 namespace corvo {
-
-class LedNetworkStatusObserver;
 
 constexpr const char* kUsage =
     "Usage: linkrig <interface> init|add|start|stop|reconfigure|checklink\n";
@@ -27,10 +25,10 @@ class LinkConfigCommand {
   // Makes the updates requested for the interface and its VLANs while the lock is free; their
   // status (2 when one failed), or nothing when another run holds the lock.
   std::optional<int> MakeRequestedUpdates(const std::string& ifname);
-  int Start(const std::string& ifname, LedNetworkStatusObserver& observer);
-  int Stop(const std::string& ifname, LedNetworkStatusObserver& observer);
-  int Reconfigure(const std::string& ifname, LedNetworkStatusObserver& observer);
-  int Update(const std::string& ifname, LedNetworkStatusObserver& observer);
+  int Start(const RunContext& run);
+  int Stop(const RunContext& run);
+  int Reconfigure(const RunContext& run);
+  int Update(const RunContext& run);
   int CheckLink(const std::string& ifname);
   bool IsSupplicantInterface(const std::string& ifname);
 

@@ -4,9 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "apps/steps/status_led.h"
 #include "lib/platform/base/interface_names.h"
-#include "lib/platform/settings/interface_reader.h"
 #include "lib/platform/system/net.h"
 
 namespace corvo {
@@ -39,13 +37,15 @@ void AddStaticOptions(const PersistentNetworkConfig::InterfaceReader& reader,
 
 }  // namespace
 
-void ConfigureDhcp(LedNetworkStatusObserver* observer,
-                   const PersistentNetworkConfig::InterfaceReader& reader,
-                   const std::string& ifname, bool start, Platform& platform) {
+void ConfigureDhcp(const RunContext& run, Phase phase) {
+  Platform& platform = run.platform;
+  const std::string& ifname = run.ifname;
+  const PersistentNetworkConfig::InterfaceReader& reader = run.reader;
+  const bool start = phase == Phase::kStart;
   // The root file system lives on this link: taking its address away, even to
   // restart the client, would cut the system off from itself.
   if (ifname == kEthernetPort && platform.network.IsBootedFromNfs()) {
-    UpdateLed(observer, platform);
+    run.led.Update();
     return;
   }
 
@@ -81,7 +81,7 @@ void ConfigureDhcp(LedNetworkStatusObserver* observer,
     }
   }
 
-  ConfigureDhcpServer(observer, reader, ifname, start, platform);
+  ConfigureDhcpServer(run, phase);
 }
 
 }  // namespace corvo

@@ -7,8 +7,6 @@
 #include <vector>
 
 #include "apps/steps/dhcp.h"
-#include "apps/steps/status_led.h"
-#include "lib/platform/settings/interface_reader.h"
 #include "lib/platform/system/net.h"
 
 namespace corvo {
@@ -77,8 +75,10 @@ void StartServer(const InterfaceReader& reader, const std::string& ifname,
 
 }  // namespace
 
-bool DhcpServerAvailable(const InterfaceReader& reader, const std::string& ifname,
-                         Platform& platform) {
+bool DhcpServerAvailable(const RunContext& run) {
+  const InterfaceReader& reader = run.reader;
+  const std::string& ifname = run.ifname;
+  Platform& platform = run.platform;
   if (!reader.DhcpServerEnabled()) return false;
   if (reader.IsDhcp()) {
     platform.log.Print("DHCP server is not available on '%s' since it is also a DHCP client.\n",
@@ -98,18 +98,18 @@ bool DhcpServerAvailable(const InterfaceReader& reader, const std::string& ifnam
   return true;
 }
 
-void ConfigureDhcpServer(LedNetworkStatusObserver* observer, const InterfaceReader& reader,
-                         const std::string& ifname, bool start, Platform& platform) {
-  const std::string pid_file = fmt::sprintf("/var/run/udhcpd-%s.pid", ifname);
+void ConfigureDhcpServer(const RunContext& run, Phase phase) {
+  Platform& platform = run.platform;
+  const std::string pid_file = fmt::sprintf("/var/run/udhcpd-%s.pid", run.ifname);
   // Every start is preceded by a stop, so a running server is never replaced here.
-  if (!start || !DhcpServerAvailable(reader, ifname, platform)) {
+  if (phase == Phase::kStop || !DhcpServerAvailable(run)) {
     if (const auto pid = platform.programs.ReadPidFile(pid_file, "udhcpd")) {
       platform.programs.KillProcessAndWait(*pid, SIGTERM, kStopGraceUs);
     }
   } else {
-    StartServer(reader, ifname, pid_file, platform);
+    StartServer(run.reader, run.ifname, pid_file, platform);
   }
-  UpdateLed(observer, platform);
+  run.led.Update();
 }
 
 }  // namespace corvo

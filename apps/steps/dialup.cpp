@@ -9,7 +9,6 @@
 #include <fmt/printf.h>
 
 #include "apps/steps/contained.h"
-#include "lib/platform/settings/interface_reader.h"
 
 namespace corvo {
 
@@ -132,13 +131,12 @@ pid_t StartDialup(Platform& platform) {
   return platform.programs.StartDetached({"/sbin/pppd", "call", "peer"}, kDialupPidFile);
 }
 
-int ConfigureDialup(const std::string& ifname, DialupAction action, Platform& platform) {
+int ConfigureDialup(const RunContext& run, DialupAction action) {
+  Platform& platform = run.platform;
   if (!DialupInterfaceName(platform)) return 1;
   const bool done = Contained(
       [&] {
-        const auto reader = PersistentNetworkConfig::InterfaceReader(
-            ifname, platform.settings, platform.hardware.SerialNumber());
-        const DialupSettings settings = DialupSettings::Read(reader);
+        const DialupSettings settings = DialupSettings::Read(run.reader);
         WriteDialupConfiguration(kModemDevice, settings, platform.files);
         if (action == kDialupStop || action == kDialupRestart) StopDialup(platform);
         // Without a number there is nothing to dial; the files are ready for when there is.
@@ -156,16 +154,17 @@ int ConfigureDialup(const std::string& ifname, DialupAction action, Platform& pl
   return done ? 0 : 1;
 }
 
-int ModemStartCheck(const std::string& ifname, Platform& platform) {
+int ModemStartCheck(const RunContext& run) {
+  Platform& platform = run.platform;
   if (!platform.files.Exists(kModemDevice)) {
     platform.log.Print("linkrig: Modem not found\n");
     return 1;
   }
-  if (platform.network.InterfaceHasLink(ifname)) {
+  if (platform.network.InterfaceHasLink(run.ifname)) {
     platform.log.Print("linkrig: Interface already connected\n");
     return 2;
   }
-  return ConfigureDialup(ifname, kDialupStart, platform);
+  return ConfigureDialup(run, kDialupStart);
 }
 
 }  // namespace corvo

@@ -6,14 +6,10 @@
 #include <string>
 #include <sys/types.h>
 
-#include "lib/platform/platform.h"
+#include "apps/steps/run_context.h"
 #include "lib/platform/base/interface_names.h"
 
 namespace corvo {
-
-namespace PersistentNetworkConfig {
-class InterfaceReader;
-}
 
 constexpr char kChatScriptPath[] = "/var/volatile/etc/ppp-chatscript";
 constexpr char kPeerFilePath[] = "/etc/ppp/peers/peer";
@@ -46,12 +42,12 @@ void StopDialup(Platform& platform);
 // Stops any running pppd, then starts "/sbin/pppd call peer" detached; returns its PID.
 pid_t StartDialup(Platform& platform);
 
-// Returns 0 when done, 1 without a modem or when the configuration failed
-// (the failure is printed).
-int ConfigureDialup(const std::string& ifname, DialupAction action, Platform& platform);
+// The dial-up actions give the run's exit status: 0 when done, 1 without a modem or when the
+// configuration failed (the failure is printed).
+int ConfigureDialup(const RunContext& run, DialupAction action);
 
-// For bringing ppp0 up: 1 without a modem, 2 when the link is already up,
-// otherwise ConfigureDialup's start.
-int ModemStartCheck(const std::string& ifname, Platform& platform);
+// Bringing ppp0 up ("init", "add"): as ConfigureDialup's start, but 2 when the link is up
+// already.
+int ModemStartCheck(const RunContext& run);
 
 }  // namespace corvo

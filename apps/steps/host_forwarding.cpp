@@ -40,7 +40,8 @@ void ConfigureNat(const std::string& ifname, Platform& platform) {
   platform.network.SetIpForwarding(true);
 }
 
-void ConfigureHostForwarding(bool apply, Platform& platform) {
+void ConfigureHostForwarding(Phase phase, Platform& platform) {
+  const bool apply = phase == Phase::kStart;
   const auto host_wide = TakeHostLock(platform);
   if (apply) ApplyStoredHostName(platform);
   platform.network.SetIpForwarding(false);

@@ -5,45 +5,41 @@
 #include <memory>
 #include <set>
 #include <string>
-#include <vector>
 
 #include "apps/steps/dhcp.h"
 #include "apps/steps/host_forwarding.h"
-#include "lib/platform/settings/interface_reader.h"
 
 namespace corvo {
 
-using PersistentNetworkConfig::InterfaceReader;
-
-void ConfigureInterface(LedNetworkStatusObserver* observer, const InterfaceReader& reader,
-                        const char* ifname, bool start, Platform& platform) {
-  const std::string parent(ifname);
+void ConfigureInterface(const RunContext& run, Phase phase) {
+  Platform& platform = run.platform;
+  const std::string& parent = run.ifname;
   const std::unique_ptr<VlanLinks> links = platform.network.OpenVlanLinks();
 
   // VLAN links never survive a stop or a reconfiguration: each start rebuilds
   // them from the stored list. Their clients are stopped before the link goes.
   for (const std::string& vlan : links->ListVlansOn(parent)) {
-    ConfigureDhcp(observer, reader.ForInterface(vlan), vlan, false, platform);
+    ConfigureDhcp(run.ForInterface(vlan), Phase::kStop);
     links->DeleteLink(vlan);
   }
 
-  const std::set<std::uint16_t> ids = reader.Vlans();
-  if (ids.empty() || !start) {
-    ConfigureDhcp(observer, reader, parent, start, platform);
+  const std::set<std::uint16_t> ids = run.reader.Vlans();
+  if (ids.empty() || phase == Phase::kStop) {
+    ConfigureDhcp(run, phase);
   } else {
     // Tagged traffic needs the parent up; alone, the untagged DHCP step does that.
     if (*ids.rbegin() != 0) links->SetUp(parent);
     for (const std::uint16_t id : ids) {
       if (id == 0) {
-        ConfigureDhcp(observer, reader, parent, true, platform);
+        ConfigureDhcp(run, Phase::kStart);
         continue;
       }
       // One VLAN that fails does not keep the others down.
       try {
         const std::string name = parent + "." + std::to_string(id);
-        const InterfaceReader vlan_reader = reader.ForInterface(name);
+        const RunContext vlan = run.ForInterface(name);
         links->AddVlan(parent, id, name);
-        ConfigureDhcp(observer, vlan_reader, name, true, platform);
+        ConfigureDhcp(vlan, Phase::kStart);
       } catch (const std::exception& e) {
         platform.log.Print("Unable to configure VLAN %u for %s: %s\n",
                            static_cast<unsigned int>(id), parent, e.what());
@@ -51,7 +47,7 @@ void ConfigureInterface(LedNetworkStatusObserver* observer, const InterfaceReade
     }
   }
 
-  ConfigureHostForwarding(start, platform);
+  ConfigureHostForwarding(phase, platform);
 }
 
 }  // namespace corvo

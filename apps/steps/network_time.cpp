@@ -8,6 +8,7 @@
 
 #include <fmt/format.h>
 
+#include "lib/platform/base/errno_exception.h"
 #include "lib/platform/settings/interface_reader.h"
 
 namespace corvo {
@@ -39,11 +40,16 @@ bool ClockIsSet(Platform& platform) {
   return platform.files.Exists(kClockSetMarker) || platform.system_clock.TimeIsSet();
 }
 
-int SetClock(Platform& platform, std::int64_t seconds, long microseconds) {
-  const int error = platform.system_clock.SetRealtime(seconds, microseconds);
+void SetClock(Platform& platform, std::int64_t seconds, long microseconds) {
+  try {
+    platform.system_clock.SetRealtime(seconds, microseconds);
+  } catch (const ErrnoException& e) {
+    platform.log.Print("Unable to set system clock: (%d) %s\n", e.Errno(),
+                       std::strerror(e.Errno()));
+    return;
+  }
   // The time that was set, for whoever looks.
-  if (error == 0) WriteMarker(platform, kClockSetMarker, seconds);
-  return error;
+  WriteMarker(platform, kClockSetMarker, seconds);
 }
 
 void SetClockFromNetworkTime(std::int64_t network_time_ns, const std::string& ptp_domain,
@@ -70,8 +76,7 @@ void SetClockFromNetworkTime(std::int64_t network_time_ns, const std::string& pt
   const std::int64_t seconds = network_us / 1000000;
   const long microseconds = static_cast<long>(network_us % 1000000);
   log.Print("Setting system clock to %lld.%06ld\n", static_cast<long long>(seconds), microseconds);
-  const int error = SetClock(platform, seconds, microseconds);
-  if (error != 0) log.Print("Unable to set system clock: (%d) %s\n", error, std::strerror(error));
+  SetClock(platform, seconds, microseconds);
 }
 
 NetworkTimeSettings ReadNetworkTimeSettings(Platform& platform) {

@@ -29,8 +29,8 @@ constexpr std::chrono::hours kNetworkTimeRefresh{6};
 // or it reads later than this program's build.
 bool ClockIsSet(Platform& platform);
 
-// Sets the clock and leaves the marker; returns 0, or the errno of the failure.
-int SetClock(Platform& platform, std::int64_t seconds, long microseconds);
+// Sets the clock and leaves the marker; a failure is printed and changes nothing.
+void SetClock(Platform& platform, std::int64_t seconds, long microseconds);
 
 // Corrections up to this size are not worth a jump of the clock.
 constexpr std::int64_t kClockToleranceMicroseconds = 199999;

@@ -9,7 +9,6 @@
 #include <fmt/printf.h>
 
 #include "apps/steps/contained.h"
-#include "lib/platform/settings/interface_reader.h"
 
 namespace corvo {
 
@@ -19,12 +18,13 @@ int RunTc(Platform& platform, const std::vector<std::string>& args) {
   return platform.programs.Run("tc", args);
 }
 
-int AddShaper(const PersistentNetworkConfig::InterfaceReader& reader, const std::string& ifname,
-              Platform& platform) {
-  const std::uint32_t rate = reader.InboundRate();
+void AddShaper(const RunContext& run) {
+  Platform& platform = run.platform;
+  const std::string& ifname = run.ifname;
+  const std::uint32_t rate = run.reader.InboundRate();
   if (rate == 0) {
     platform.log.Print("No inbound bandwidth shaping on %s\n", ifname);
-    return 0;
+    return;
   }
   platform.log.Print("Adding inbound bandwidth shaping of %ubit/s for %s\n", rate, ifname);
   int status = RunTc(platform, {"qdisc", "add", "dev", ifname, "handle", "ffff:", "ingress"});
@@ -41,30 +41,21 @@ int AddShaper(const PersistentNetworkConfig::InterfaceReader& reader, const std:
   if (status != 0) {
     throw std::runtime_error(fmt::sprintf("Shaper(%s): Failed to add filter: %d", ifname, status));
   }
-  return status;
 }
 
-int RemoveShaper(const std::string& ifname, Platform& platform) {
-  platform.log.Print("Removing bandwidth shaper (if present) for %s\n", ifname);
+void RemoveShaper(const RunContext& run) {
+  run.platform.log.Print("Removing bandwidth shaper (if present) for %s\n", run.ifname);
   // There may be no discipline to delete; deleting it also removes its filter.
-  RunTc(platform, {"qdisc", "del", "dev", ifname, "ingress"});
-  return 0;
+  RunTc(run.platform, {"qdisc", "del", "dev", run.ifname, "ingress"});
 }
 
 }  // namespace
 
-int ConfigureShaper(const PersistentNetworkConfig::InterfaceReader& reader, const char* ifname,
-                    bool add, Platform& platform) {
-  int status = -1;
-  Contained(
-      [&] {
-        const std::string name(ifname);
-        status = add ? AddShaper(reader, name, platform) : RemoveShaper(name, platform);
-      },
-      [&](const std::exception* e) {
-        platform.log.Print("ConfigureShaper failed: %s\n", FailureText(e));
-      });
-  return status;
+void ConfigureShaper(const RunContext& run, Phase phase) {
+  Contained([&] { phase == Phase::kStart ? AddShaper(run) : RemoveShaper(run); },
+            [&](const std::exception* e) {
+              run.platform.log.Print("ConfigureShaper failed: %s\n", FailureText(e));
+            });
 }
 
 }  // namespace corvo

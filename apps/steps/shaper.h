@@ -1,17 +1,11 @@
 #pragma once
-// Inbound bandwidth policing with tc. Never throws: failures are printed.
+// Inbound bandwidth policing with tc. Never throws: a failure is printed and the run goes on.
 
-#include "lib/platform/platform.h"
+#include "apps/steps/run_context.h"
 
 namespace corvo {
 
-namespace PersistentNetworkConfig {
-class InterfaceReader;
-}
-
-// Installs (add) or removes the interface's inbound limit. Returns 0, or -1
-// after a failure it has printed; callers go on either way.
-int ConfigureShaper(const PersistentNetworkConfig::InterfaceReader& reader, const char* ifname,
-                    bool add, Platform& platform);
+// Installs (start) or removes (stop) the interface's inbound limit.
+void ConfigureShaper(const RunContext& run, Phase phase);
 
 }  // namespace corvo

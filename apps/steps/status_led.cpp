@@ -5,7 +5,20 @@
 #include <stdexcept>
 #include <sys/socket.h>
 
+#include "lib/platform/base/interface_names.h"
+#include "lib/platform/supplicant/names.h"
+
 namespace corvo {
+
+namespace {
+
+constexpr char kLedRoot[] = "/sys/class/leds/";
+
+// The wireless LED for each link state: off, short flashes while not associated or
+// connecting, blinking as a station, steady on as the access point.
+constexpr int kPatternForState[] = {0, 100, 100, 500, 1000};
+
+}  // namespace
 
 bool IsLinkLocalAddress(const InterfaceAddress& entry) {
   if (entry.netmask_family != AF_INET && entry.netmask_family != AF_INET6) {
@@ -33,30 +46,76 @@ bool HasUsableAddress(const std::vector<InterfaceAddress>& entries) {
   return false;
 }
 
-void UpdateLed(const LedNetworkStatusObserver& observer, Platform& platform) {
-  const std::string& ifname = observer.InterfaceName();
+WifiLinkState GetWifiLinkState(supplicant::SupplicantConnector& connector,
+                               const std::string& ifname) {
+  std::shared_ptr<supplicant::Interface> interface;
+  try {
+    interface = connector.Connect()->GetInterface(ifname);
+  } catch (const std::exception&) {
+    return kNoInterface;
+  }
+  const std::string state = interface->GetState();
+  if (state == "disconnected" || state == "inactive" || state == "unknown" || state == "scanning") {
+    return kNotAssociated;
+  }
+  if (state != "completed") return kConnecting;
+  try {
+    const std::shared_ptr<supplicant::Network> network = interface->GetCurrentNetwork();
+    if (network && supplicant::LookupPropertyString(network->GetProperties(),
+                                                    supplicant::key::kMode) == "2") {
+      return kConnectedAccessPoint;
+    }
+  } catch (const std::exception&) {
+    // A network that cannot be read still leaves the station connected.
+  }
+  return kConnectedStation;
+}
+
+StatusLed::StatusLed(const std::string& ifname, Platform& platform)
+    : m_ifname(ifname), m_platform(&platform) {
+  if (ifname == kEthernetPort) {
+    m_led_dir = std::string(kLedRoot) + "ethernet/";
+  } else if (ifname == kWifiPort) {
+    m_kind = kWireless;
+    m_led_dir = std::string(kLedRoot) + "wifi/";
+  }
+  if (!m_led_dir.empty() && !platform.files.Exists(m_led_dir)) m_led_dir.clear();
+}
+
+void StatusLed::Update() const {
+  NetworkState& network = m_platform->network;
   std::optional<bool> link;
   const auto has_link = [&] {
-    if (!link) link = platform.network.InterfaceHasLink(ifname);
+    if (!link) link = network.InterfaceHasLink(m_ifname);
     return *link;
   };
   // Only a configured address, not one the link made up for itself, gives steady on.
-  if (!observer.LedDirectory().empty() && has_link() &&
-      HasUsableAddress(platform.network.InterfaceAddresses(ifname))) {
-    SetLedPattern(observer, 1000);
+  if (!m_led_dir.empty() && has_link() && HasUsableAddress(network.InterfaceAddresses(m_ifname))) {
+    SetPattern(1000);
     return;
   }
-  if (observer.GetKind() == LedNetworkStatusObserver::kWired) {
-    SetLedPattern(observer, has_link() ? 500 : 0);
+  if (m_kind == kWired) {
+    SetPattern(has_link() ? 500 : 0);
     return;
   }
-  static const int kPatternForLevel[] = {0, 100, 100, 500, 1000};
-  const int level = supplicant::GetWifiLinkState(platform.supplicant, ifname);
-  if (level >= 0 && level <= 4) SetLedPattern(observer, kPatternForLevel[level]);
+  SetPattern(kPatternForState[GetWifiLinkState(m_platform->supplicant, m_ifname)]);
 }
 
-void UpdateLed(const LedNetworkStatusObserver* observer, Platform& platform) {
-  if (observer != nullptr) UpdateLed(*observer, platform);
+void StatusLed::SetPattern(int on_time_ms) const {
+  if (m_led_dir.empty()) return;
+  Files& files = m_platform->files;
+  const bool timer_active = files.Exists(m_led_dir + "delay_on");
+  if (on_time_ms <= 0 || on_time_ms >= 1000) {
+    if (timer_active) files.Write(m_led_dir + "trigger", "none");
+    files.Write(m_led_dir + "brightness", on_time_ms >= 1000 ? "255" : "0");
+    return;
+  }
+  // Selecting the timer trigger makes the kernel create the delay files.
+  if (!timer_active) files.Write(m_led_dir + "trigger", "timer");
+  files.Write(m_led_dir + "brightness", "255");
+  // Off-time first, deliberately.
+  files.Write(m_led_dir + "delay_off", std::to_string(1000 - on_time_ms));
+  files.Write(m_led_dir + "delay_on", std::to_string(on_time_ms));
 }
 
 }  // namespace corvo

@@ -1,7 +1,6 @@
 #include "apps/steps/wifi_bringup.h"
 
 #include <chrono>
-#include <cstring>
 #include <exception>
 #include <stdexcept>
 
@@ -9,11 +8,9 @@
 
 #include "apps/steps/contained.h"
 #include "apps/steps/network_time.h"
-#include "apps/steps/status_led.h"
 #include "apps/steps/wifi_profiles.h"
 #include "apps/steps/wifi_settings.h"
 #include "lib/platform/base/interface_names.h"
-#include "lib/platform/settings/interface_reader.h"
 
 namespace corvo {
 
@@ -57,9 +54,9 @@ void StartScan(supplicant::Interface& interface) {
 
 }  // namespace
 
-void InitialiseWifi(LedNetworkStatusObserver* observer,
-                    const PersistentNetworkConfig::InterfaceReader& reader,
-                    const std::string& ifname, Platform& platform) {
+void InitialiseWifi(const RunContext& run) {
+  Platform& platform = run.platform;
+  const std::string& ifname = run.ifname;
   Clock& clock = platform.clock;
   const auto deadline = clock.Now() + kInterfaceWait;
   bool present = InterfacePresent(ifname, platform);
@@ -72,21 +69,18 @@ void InitialiseWifi(LedNetworkStatusObserver* observer,
     throw std::runtime_error(fmt::format("InitialiseWifi({}): interface not present", ifname));
   }
 
-  const int prepared = InitWifiOrDot1x(ifname, platform);
-  if (prepared != 0) {
+  InitWifiOrDot1x(run);
+  if (!ConfigureWifiOrDot1x(run)) {
     throw std::runtime_error(
-        fmt::format("InitialiseWifi({}): InitWifiOrDot1x failed: {}", ifname, prepared));
-  }
-  const int configured = ConfigureWifiOrDot1x(observer, reader, ifname, platform);
-  if (configured != 0) {
-    throw std::runtime_error(
-        fmt::format("InitialiseWifi({}): ConfigureWifiOrDot1x failed: {}", ifname, configured));
+        fmt::format("InitialiseWifi({}): ConfigureWifiOrDot1x failed: 1", ifname));
   }
 }
 
-int InitWifiOrDot1x(const std::string& ifname, Platform& platform) {
+void InitWifiOrDot1x(const RunContext& run) {
+  Platform& platform = run.platform;
+  const std::string& ifname = run.ifname;
   const bool wifi = platform.hardware.IsWifiInterface(ifname);
-  if (!wifi && !platform.hardware.IsEthernetInterface(ifname)) return 0;
+  if (!wifi && !platform.hardware.IsEthernetInterface(ifname)) return;
   if (wifi) SetWifiMacAddress(ifname, platform);
 
   if (DebugOn(wifi, platform)) {
@@ -98,18 +92,18 @@ int InitWifiOrDot1x(const std::string& ifname, Platform& platform) {
       platform.log.Print("%s: Unable to switch supplicant debugging on: %s\n", ifname, e.what());
     }
   }
-  return 0;
 }
 
-int ConfigureWifiOrDot1x(LedNetworkStatusObserver* observer,
-                         const PersistentNetworkConfig::InterfaceReader& reader,
-                         const std::string& ifname, Platform& platform) {
+bool ConfigureWifiOrDot1x(const RunContext& run) {
+  Platform& platform = run.platform;
+  const std::string& ifname = run.ifname;
+  const PersistentNetworkConfig::InterfaceReader& reader = run.reader;
   if (ifname == kEthernetPort && IsBootedFromNfs(platform)) {
     platform.log.Print("Not configuring supplicant on eth0 interface, we're booted from NFS\n");
-    return 0;
+    return true;
   }
   const bool wifi = platform.hardware.IsWifiInterface(ifname);
-  if (!wifi && !platform.hardware.IsEthernetInterface(ifname)) return 0;
+  if (!wifi && !platform.hardware.IsEthernetInterface(ifname)) return true;
   const char* mode = wifi ? "WiFi" : "Wired 802.1x";
 
   WifiNetworksResult result;
@@ -135,16 +129,11 @@ int ConfigureWifiOrDot1x(LedNetworkStatusObserver* observer,
       [&](const std::exception* e) {
         platform.log.Print("Failed to initiate %s network join: %s\n", mode, FailureText(e));
       });
-  if (!joined) {
-    UpdateLed(observer, platform);
-    return 1;
-  }
-
-  if (result.kind == WifiNetworkKind::kEapTls) {
+  if (joined && result.kind == WifiNetworkKind::kEapTls) {
     SetClockFromCertificate(result.certificate_start, platform);
   }
-  UpdateLed(observer, platform);
-  return 0;
+  run.led.Update();
+  return joined;
 }
 
 void SetWifiMacAddress(const std::string& ifname, Platform& platform) {
@@ -172,10 +161,7 @@ void SetClockFromCertificate(std::time_t activation, Platform& platform) {
   platform.log.Print(
       "linkrig: WPA/Enterprise active but time not set, setting based on client certificate - %s",
       text);
-  const int error = SetClock(platform, static_cast<std::int64_t>(activation), 0);
-  if (error != 0) {
-    platform.log.Print("Unable to set system clock: (%d) %s\n", error, std::strerror(error));
-  }
+  SetClock(platform, static_cast<std::int64_t>(activation), 0);
 }
 
 }  // namespace corvo

@@ -6,29 +6,20 @@
 #include <ctime>
 #include <string>
 
-#include "lib/platform/platform.h"
+#include "apps/steps/run_context.h"
 
 namespace corvo {
 
-class LedNetworkStatusObserver;
-namespace PersistentNetworkConfig {
-class InterfaceReader;
-}
+// Raises "InitialiseWifi(%s): interface not present" or "InitialiseWifi(%s):
+// ConfigureWifiOrDot1x failed: 1".
+void InitialiseWifi(const RunContext& run);
 
-// Raises "InitialiseWifi(%s): interface not present", "InitialiseWifi(%s):
-// InitWifiOrDot1x failed: %d" or "InitialiseWifi(%s): ConfigureWifiOrDot1x failed: %d".
-void InitialiseWifi(LedNetworkStatusObserver* observer,
-                    const PersistentNetworkConfig::InterfaceReader& reader,
-                    const std::string& ifname, Platform& platform);
+// Per-interface preparations: MAC address and debugging.
+void InitWifiOrDot1x(const RunContext& run);
 
-// Per-interface preparations: MAC address and debugging. 0 is success.
-int InitWifiOrDot1x(const std::string& ifname, Platform& platform);
-
-// Builds the interface's supplicant networks and starts the join. 0 is success;
-// a join that cannot be started is reported and gives 1.
-int ConfigureWifiOrDot1x(LedNetworkStatusObserver* observer,
-                         const PersistentNetworkConfig::InterfaceReader& reader,
-                         const std::string& ifname, Platform& platform);
+// Builds the interface's supplicant networks and starts the join. False when a join could not
+// be started (it has been reported).
+bool ConfigureWifiOrDot1x(const RunContext& run);
 
 // Sets the WiFi interface's MAC address from the device variable when the
 // device needs it; a bad address is only reported.

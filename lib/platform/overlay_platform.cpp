@@ -144,9 +144,8 @@ class OverlayPlatform::Parts : public Programs,
   std::int64_t RealtimeMicroseconds() override {
     return m_clock_set ? *m_clock_set : m_below.system_clock.RealtimeMicroseconds();
   }
-  int SetRealtime(std::int64_t seconds, long microseconds) override {
+  void SetRealtime(std::int64_t seconds, long microseconds) override {
     m_clock_set = seconds * 1000000 + microseconds;
-    return 0;
   }
   bool TimeIsSet() override { return m_clock_set || m_below.system_clock.TimeIsSet(); }
 

@@ -205,9 +205,9 @@ class RecordingPlatform::Parts : public Programs,
   std::int64_t RealtimeMicroseconds() override {
     return m_inner.system_clock.RealtimeMicroseconds();
   }
-  int SetRealtime(std::int64_t seconds, long microseconds) override {
-    return Change({fmt::format("clock {}.{:06d}", seconds, microseconds)},
-                  [&] { return m_inner.system_clock.SetRealtime(seconds, microseconds); });
+  void SetRealtime(std::int64_t seconds, long microseconds) override {
+    Change({fmt::format("clock {}.{:06d}", seconds, microseconds)},
+           [&] { m_inner.system_clock.SetRealtime(seconds, microseconds); });
   }
   bool TimeIsSet() override { return m_inner.system_clock.TimeIsSet(); }
 

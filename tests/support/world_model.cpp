@@ -134,10 +134,9 @@ class WorldModel::Parts : public Programs,
 
   // --- SystemClock
   std::int64_t RealtimeMicroseconds() override { return m_world.realtime_us; }
-  int SetRealtime(std::int64_t seconds, long microseconds) override {
+  void SetRealtime(std::int64_t seconds, long microseconds) override {
     m_world.realtime_us = seconds * 1000000 + microseconds;
     m_world.time_is_set = true;
-    return 0;
   }
   bool TimeIsSet() override { return m_world.time_is_set; }
 

@@ -13,6 +13,7 @@
 
 #include <fmt/format.h>
 
+#include "apps/steps/status_led.h"
 #include "lib/hardware/hardware_config.h"
 #include "lib/platform/base/hex.h"
 #include "lib/platform/supplicant/supplicant.h"
@@ -48,11 +49,12 @@ std::string Describe(const supplicant::BssInfo& bss) {
 }
 
 // The drivers as the command chooses them, from the device's hardware description.
-std::shared_ptr<supplicant::Supplicant> Connect() {
+std::string DriverFor(const std::string& ifname) {
   static corvo::DeviceHardwareFacts hardware;
-  return supplicant::Supplicant::Create(
-      [](const std::string& ifname) { return hardware.SupplicantDriver(ifname); });
+  return hardware.SupplicantDriver(ifname);
 }
+
+std::shared_ptr<supplicant::Supplicant> Connect() { return supplicant::Supplicant::Create(DriverFor); }
 
 auto Find(const Args& a) { return Connect()->GetInterface(a.at(0)); }
 
@@ -63,8 +65,11 @@ const std::map<std::string, std::function<void(const Args&)>> kOperations = {
     {"get-or-create",
      [](const Args& a) { Print(Connect()->GetOrCreateInterface(a.at(0)) ? "ok" : ""); }},
     {"state", [](const Args& a) { Print(Find(a)->GetState()); }},
-    {"link-state",
-     [](const Args& a) { Print(std::to_string(supplicant::GetWifiLinkState(a.at(0)))); }},
+    {"link-state",  // as the status LED reads it
+     [](const Args& a) {
+       supplicant::BusSupplicantConnector connector(DriverFor);
+       Print(std::to_string(corvo::GetWifiLinkState(connector, a.at(0))));
+     }},
     {"has-networks", [](const Args& a) { Print(Bool(Find(a)->HasNetworks())); }},
     {"remove-all", [](const Args& a) { Find(a)->RemoveAllNetworks(); }},
     {"set-blob", [](const Args& a) { Find(a)->SetBlob(a.at(1), corvo::HexDecode(a.at(2))); }},

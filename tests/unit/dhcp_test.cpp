@@ -1,5 +1,4 @@
 #include "apps/steps/dhcp.h"
-#include "lib/hardware/led_status.h"
 #include "tests/unit/step_test.h"
 
 namespace corvo::test {
@@ -21,9 +20,8 @@ class Dhcp : public StepTest {
     world.serial_number = "S1";
     world.ready.insert("eth0");
   }
-  void Configure(bool start, const std::string& ifname = "eth0",
-                 LedNetworkStatusObserver* observer = nullptr) {
-    ConfigureDhcp(observer, Reader(ifname), ifname, start, platform);
+  void Configure(bool start, const std::string& ifname = "eth0") {
+    ConfigureDhcp(Context(ifname), start ? Phase::kStart : Phase::kStop);
   }
 };
 
@@ -70,11 +68,10 @@ TEST_F(Dhcp, DebugFlag) {
 
 TEST_F(Dhcp, NfsRootLeavesEth0AloneButRefreshesLed) {
   world.files["/sys/class/leds/ethernet/brightness"] = "untouched";
-  LedNetworkStatusObserver observer("eth0", platform.Get().files);
   world.nfs_root = true;
   Store(kServer);
-  Configure(true, "eth0", &observer);
-  Configure(false, "eth0", &observer);
+  Configure(true);
+  Configure(false);
   EXPECT_EQ(platform.Effects(), Lines(2, "write /sys/class/leds/ethernet/brightness \"0\""));
   // The rule protects only the root's own link.
   Configure(false, "eth1");

@@ -14,7 +14,7 @@ class Dialup : public StepTest {
 
   // ConfigureDialup's result and standard error.
   std::pair<int, std::string> Configure(int action) {
-    const int result = ConfigureDialup("ppp0", static_cast<DialupAction>(action), platform);
+    const int result = ConfigureDialup(Context("ppp0"), static_cast<DialupAction>(action));
     return {result, platform.Log()};
   }
   // What was done to pppd.

@@ -15,7 +15,7 @@ class InterfaceConfiguration : public StepTest {
   InterfaceConfiguration() { world.ports = {"eth0"}; }
 
   Lines Configure(const char* ifname, bool start) {
-    ConfigureInterface(nullptr, Reader(ifname), ifname, start, platform);
+    ConfigureInterface(Context(ifname), start ? Phase::kStart : Phase::kStop);
     return Steps(platform.Effects());
   }
 };
@@ -57,7 +57,7 @@ TEST_F(InterfaceConfiguration, NonNumericVlanFailsWholeStep) {
 TEST_F(StepTest, ShaperWithoutARateRunsNothing) {
   for (const char* stored : {"0", "-"}) {
     Store({{"ir", stored}});
-    EXPECT_EQ(ConfigureShaper(Reader("eth0"), "eth0", true, platform), 0);
+    ConfigureShaper(Context("eth0"), Phase::kStart);
   }
   EXPECT_EQ(platform.Log(),
             "No inbound bandwidth shaping on eth0\nNo inbound bandwidth shaping on eth0\n");
@@ -67,9 +67,9 @@ TEST_F(StepTest, ShaperWithoutARateRunsNothing) {
 TEST_F(StepTest, ShaperLetsNothingEscape) {
   Store({{"ir", "64"}}, ".net.eth1");
   platform.before_effect = [](const std::string&) { throw std::runtime_error("fork: no memory"); };
-  EXPECT_EQ(ConfigureShaper(Reader("eth1"), "eth1", true, platform), -1);
+  ConfigureShaper(Context("eth1"), Phase::kStart);
   platform.before_effect = [](const std::string&) { throw 42; };
-  EXPECT_EQ(ConfigureShaper(Reader("eth1"), "eth1", false, platform), -1);
+  ConfigureShaper(Context("eth1"), Phase::kStop);
   EXPECT_EQ(platform.Log(),
             "Adding inbound bandwidth shaping of 100bit/s for eth1\n"
             "ConfigureShaper failed: fork: no memory\n"
@@ -102,15 +102,15 @@ TEST_F(HostForwarding, NatGoesOnWhateverIptablesSays) {
 // Only applying names the host, and does so first; resetting only flushes.
 TEST_F(HostForwarding, ResetOnlyFlushesApplyNamesTheHostFirst) {
   Store({{"forwarding", "2"}, {"hn", "lobby-screen"}});
-  ConfigureHostForwarding(false, platform);
+  ConfigureHostForwarding(Phase::kStop, platform);
   EXPECT_EQ(platform.Effects(), (Lines{"forwarding off", kFlush}));
   platform.ClearEffects();
-  ConfigureHostForwarding(true, platform);
+  ConfigureHostForwarding(Phase::kStart, platform);
   EXPECT_EQ(platform.Effects(), Join({"host name lobby-screen", "forwarding off", kFlush}, kNat));
   // Without forwarding, applying is a reset too.
   Store({{"forwarding", "0"}});
   platform.ClearEffects();
-  ConfigureHostForwarding(true, platform);
+  ConfigureHostForwarding(Phase::kStart, platform);
   EXPECT_EQ(platform.Effects(), (Lines{"forwarding off", kFlush}));
 }
 

@@ -34,7 +34,7 @@ class Led : public StepTest {
   }
   Lines Update(const std::string& ifname) {
     platform.ClearEffects();
-    UpdateLed(LedNetworkStatusObserver(ifname, platform.Get().files), platform);
+    StatusLed(ifname, platform).Update();
     Lines writes;
     for (const std::string& effect : platform.Effects()) {
       const auto led = effect.find('/', std::string("write ").size() + sizeof kLeds - 1);

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "apps/steps/run_context.h"
 #include "apps/steps/wifi_profiles.h"
 #include "lib/platform/recording_platform.h"
-#include "lib/platform/settings/interface_reader.h"
 #include "tests/support/world_model.h"
 
 namespace corvo::test {
@@ -61,6 +61,8 @@ class StepTest : public ::testing::Test {
   InterfaceReader Reader(const std::string& ifname) {
     return InterfaceReader(ifname, platform.Get().settings, world.serial_number);
   }
+  // A run of the steps for the interface.
+  RunContext Context(const std::string& ifname) { return RunContext(platform, ifname); }
   // The argument vectors of every run of the program, in order.
   std::vector<std::vector<std::string>> Runs(const std::string& program) const {
     std::vector<std::vector<std::string>> found;

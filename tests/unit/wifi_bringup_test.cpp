@@ -18,21 +18,21 @@ class WifiBringup : public WifiTest {
   }
   // Runs InitialiseWifi (or ConfigureWifiOrDot1x when configure); keeps the log and
   // the message of what it raised.
-  int Run(const std::string& ifname, bool configure = false) {
+  bool Run(const std::string& ifname, bool configure = false) {
     const std::size_t before = platform.Log().size();
-    int result = 0;
+    bool joined = true;
     error.clear();
     try {
-      if (configure) result = ConfigureWifiOrDot1x(nullptr, Reader(ifname), ifname, platform);
-      if (!configure) InitialiseWifi(nullptr, Reader(ifname), ifname, platform);
+      if (configure) joined = ConfigureWifiOrDot1x(Context(ifname));
+      if (!configure) InitialiseWifi(Context(ifname));
     } catch (const std::runtime_error& e) {
       error = e.what();
     }
     log = platform.Log().substr(before);
-    return result;
+    return joined;
   }
   std::string Initialise(const std::string& ifname) { return Run(ifname), log; }
-  int Configure(const std::string& ifname) { return Run(ifname, true); }
+  bool Configure(const std::string& ifname) { return Run(ifname, true); }
   void WiredPeap() { Store({{"ww", "peap"}, {"wc", "alice"}}); }
 
   std::string log;
@@ -43,12 +43,12 @@ class WifiBringup : public WifiTest {
 TEST_F(WifiBringup, WiredJoinThatCannotStartIsReported) {
   world.supplicant_running = false;
   WiredPeap();
-  EXPECT_EQ(Configure("eth0"), 1);
+  EXPECT_FALSE(Configure("eth0"));
   EXPECT_EQ(log.rfind("Failed to initiate Wired 802.1x network join: ", 0), 0u) << log;
 }
 
 TEST_F(WifiBringup, WirelessJoinStartsWithAScan) {
-  EXPECT_EQ(Configure("wlan0"), 0);
+  EXPECT_TRUE(Configure("wlan0"));
   EXPECT_EQ(Calls(), (Lines{"supplicant wlan0: remove all networks",
                             "supplicant wlan0: add network", "supplicant wlan0: scan"}));
   // One already under way does as well; any other refusal fails the join.
@@ -57,36 +57,36 @@ TEST_F(WifiBringup, WirelessJoinStartsWithAScan) {
       throw supplicant::ScanError("fi.w1.wpa_supplicant1.Interface.ScanError", "rejected");
     }
   };
-  EXPECT_EQ(Configure("wlan0"), 0);
+  EXPECT_TRUE(Configure("wlan0"));
   platform.before_effect = [](const std::string& effect) {
     if (effect == "supplicant wlan0: scan") throw BusError("fi.w1.wpa_supplicant1.Unknown", "gone");
   };
-  EXPECT_EQ(Configure("wlan0"), 1);
+  EXPECT_FALSE(Configure("wlan0"));
   EXPECT_EQ(log, kDefaults + "Failed to initiate WiFi network join: gone\n");
 
   world.Set(".omba1", "wi", "");  // nothing to join
   platform.ClearEffects();
-  EXPECT_EQ(Configure("wlan0"), 0);
+  EXPECT_TRUE(Configure("wlan0"));
   EXPECT_EQ(Calls(), Lines{"supplicant wlan0: remove all networks"});
 }
 
 TEST_F(WifiBringup, NfsRootAndOtherPortsLeaveTheSupplicantAloneButNotWlan0) {
   world.nfs_root = true;
   WiredPeap();
-  EXPECT_EQ(Configure("eth0"), 0);
+  EXPECT_TRUE(Configure("eth0"));
   EXPECT_EQ(log, "Not configuring supplicant on eth0 interface, we're booted from NFS\n");
   world.ports.push_back("eth1");  // neither the WiFi nor the wired port
   EXPECT_EQ(Initialise("eth1") + error, "");
   EXPECT_TRUE(Calls().empty());
-  EXPECT_EQ(Configure("wlan0"), 0);
+  EXPECT_TRUE(Configure("wlan0"));
   EXPECT_EQ(Networks(), std::vector<PropertySet>{kOpen});
 }
 
 TEST_F(WifiBringup, WiredPortWithout8021xOnlyLosesOldNetworks) {
-  EXPECT_EQ(Configure("eth0"), 0);  // the supplicant does not know eth0: nothing to do
+  EXPECT_TRUE(Configure("eth0"));  // the supplicant does not know eth0: nothing to do
   EXPECT_TRUE(Calls().empty());
   world.supplicant_interfaces["eth0"].networks.push_back({{"ssid", "old"}});
-  EXPECT_EQ(Configure("eth0"), 0);
+  EXPECT_TRUE(Configure("eth0"));
   EXPECT_EQ(log, "");
   EXPECT_EQ(Calls(), Lines{"supplicant eth0: remove all networks"});
   EXPECT_TRUE(Networks("eth0").empty());
@@ -94,9 +94,9 @@ TEST_F(WifiBringup, WiredPortWithout8021xOnlyLosesOldNetworks) {
 
 TEST_F(WifiBringup, BrokenStoredValuesFailOnlyTheInterfaceThatUsesThem) {
   Store({{"wp", "not an obfuscated passphrase"}});
-  EXPECT_EQ(Configure("eth0"), 0);  // without 802.1X the passphrase is never read
+  EXPECT_TRUE(Configure("eth0"));  // without 802.1X the passphrase is never read
   Store({{"wm", "1"}, {"wf", "channel six"}}, ".omba1");  // a channel that is no number
-  EXPECT_EQ(Configure("wlan0"), 1);
+  EXPECT_FALSE(Configure("wlan0"));
   EXPECT_EQ(log, "Failed to initiate WiFi network join: stoul\n");
   EXPECT_TRUE(Networks().empty());
 }

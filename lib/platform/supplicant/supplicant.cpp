@@ -230,33 +230,4 @@ std::shared_ptr<Supplicant> Supplicant::Create(DriverChoice driver_for) {
   return std::make_shared<SupplicantImpl>(std::move(driver_for));
 }
 
-WifiLinkState GetWifiLinkState(SupplicantConnector& connector, const std::string& ifname) {
-  std::shared_ptr<Interface> interface;
-  try {
-    interface = connector.Connect()->GetInterface(ifname);
-  } catch (const std::exception&) {
-    return kNoInterface;
-  }
-  const std::string state = interface->GetState();
-  if (state == "disconnected" || state == "inactive" || state == "unknown" || state == "scanning") {
-    return kNotAssociated;
-  }
-  if (state != "completed") return kConnecting;
-  try {
-    const std::shared_ptr<Network> network = interface->GetCurrentNetwork();
-    if (network && LookupPropertyString(network->GetProperties(), key::kMode) == "2") {
-      return kConnectedAccessPoint;
-    }
-  } catch (const std::exception&) {
-    // A network that cannot be read still leaves the station connected.
-  }
-  return kConnectedStation;
-}
-
-WifiLinkState GetWifiLinkState(const std::string& ifname) {
-  // Only asked about interfaces, never to take one on.
-  BusSupplicantConnector connector(nullptr);
-  return GetWifiLinkState(connector, ifname);
-}
-
 }  // namespace supplicant

@@ -26,14 +26,6 @@ struct SignalInfo {
   std::int32_t rssi = 0;
 };
 
-enum WifiLinkState {
-  kNoInterface = 0,
-  kNotAssociated = 1,
-  kConnecting = 2,
-  kConnectedStation = 3,
-  kConnectedAccessPoint = 4,
-};
-
 // The daemon does not manage the interface.
 class InterfaceUnknown : public corvo::BusError {
  public:
@@ -105,10 +97,5 @@ class BusSupplicantConnector : public SupplicantConnector {
   DriverChoice m_driver_for;
   std::shared_ptr<Supplicant> m_client;
 };
-
-// The interface's link state. Never throws: a supplicant that cannot be
-// reached, or that does not know the interface, gives kNoInterface.
-WifiLinkState GetWifiLinkState(SupplicantConnector& connector, const std::string& ifname);
-WifiLinkState GetWifiLinkState(const std::string& ifname);
 
 }  // namespace supplicant

@@ -139,8 +139,8 @@ class SystemClock {
   virtual ~SystemClock() = default;
   // Microseconds since the Unix epoch.
   virtual std::int64_t RealtimeMicroseconds() = 0;
-  // settimeofday without a time zone; returns 0, or the errno of the failure.
-  virtual int SetRealtime(std::int64_t seconds, long microseconds) = 0;
+  // settimeofday without a time zone; raises ErrnoException.
+  virtual void SetRealtime(std::int64_t seconds, long microseconds) = 0;
   // False while the clock reads earlier than the time this program was built:
   // such a clock was never set since the device last lost power.
   virtual bool TimeIsSet() = 0;

@@ -303,11 +303,11 @@ std::int64_t RealSystemClock::RealtimeMicroseconds() {
   return static_cast<std::int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
 }
 
-int RealSystemClock::SetRealtime(std::int64_t seconds, long microseconds) {
+void RealSystemClock::SetRealtime(std::int64_t seconds, long microseconds) {
   struct timeval value;
   value.tv_sec = static_cast<time_t>(seconds);
   value.tv_usec = static_cast<suseconds_t>(microseconds);
-  return settimeofday(&value, nullptr) == 0 ? 0 : errno;
+  if (settimeofday(&value, nullptr) != 0) throw ErrnoException(errno, "settimeofday");
 }
 
 bool RealSystemClock::TimeIsSet() { return RealtimeMicroseconds() / 1000000 >= BuildTimeSeconds(); }

@@ -59,7 +59,7 @@ class RealClock : public Clock {
 class RealSystemClock : public SystemClock {
  public:
   std::int64_t RealtimeMicroseconds() override;
-  int SetRealtime(std::int64_t seconds, long microseconds) override;
+  void SetRealtime(std::int64_t seconds, long microseconds) override;
   bool TimeIsSet() override;
 };
 
