@@ -103,8 +103,6 @@ std::uint32_t InterfaceReader::Netmask() const {
 
 std::uint32_t InterfaceReader::Gateway() const { return ReadIp4("gw"); }
 
-std::string InterfaceReader::DomainName() const { return Read("nd"); }
-
 std::vector<std::uint32_t> InterfaceReader::StaticNameServers() const {
   std::vector<std::uint32_t> servers;
   for (int i = 0; i < 3; ++i) {
@@ -158,13 +156,9 @@ Ip4Range InterfaceReader::DhcpServerRange() const {
 
 std::uint32_t InterfaceReader::DhcpServerGateway() const { return ReadIp4("dhgw"); }
 
-std::string InterfaceReader::DhcpServerDomain() const { return Read("dhds"); }
-
 std::vector<std::uint32_t> InterfaceReader::DhcpServerNameServers() const {
   return ParseIp4List(Read("dhdn"));
 }
-
-std::string InterfaceReader::Ssid() const { return Read("wi"); }
 
 std::string InterfaceReader::Passphrase() const {
   const std::string stored = Read("wp");
@@ -172,14 +166,6 @@ std::string InterfaceReader::Passphrase() const {
   Settings* const settings = m_settings;
   return UnobfuscatePassphrase(stored, [settings] { return CustomerKey(*settings); });
 }
-
-std::string InterfaceReader::Identity() const { return Read("wc"); }
-
-std::string InterfaceReader::SecurityOptions() const { return Read("ws"); }
-
-std::string InterfaceReader::Dot1xMethod() const { return Read("ww"); }
-
-std::string InterfaceReader::Dot1xOptions() const { return Read("wo"); }
 
 bool InterfaceReader::IsAccessPoint() const { return !Read("wm").empty(); }
 
@@ -204,14 +190,6 @@ std::uint32_t InterfaceReader::InboundRate() const {
   if (value == "-") return 0;
   return ParseHex32(value);
 }
-
-std::string InterfaceReader::DialupUser() const { return Read("du"); }
-
-std::string InterfaceReader::DialupPassword() const { return Read("dp"); }
-
-std::string InterfaceReader::DialupNumber() const { return Read("dn"); }
-
-std::string InterfaceReader::DialupInit() const { return Read("di"); }
 
 // The same key as the interface metric, but in decimal: it is only handed on as text.
 int InterfaceReader::DialupLinkParameter() const {

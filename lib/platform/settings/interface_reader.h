@@ -30,6 +30,7 @@ struct Ip4Range {
 // sections, any other name (VLANs included) has ".net." followed by the name.
 std::string SectionForInterface(const std::string& ifname);
 
+// A text kept as stored has its accessor here; one that is parsed, in interface_reader.cpp.
 class InterfaceReader {
  public:
   // The serial number makes the defaults of "ci" and "hn" (empty when unknown).
@@ -45,7 +46,7 @@ class InterfaceReader {
   std::uint32_t StaticAddress() const;  // "ip"; 0 raises "Invalid static IP configuration"
   std::uint32_t Netmask() const;        // "nm"; 0 raises "Invalid static IP configuration"
   std::uint32_t Gateway() const;        // "gw"; 0 is none
-  std::string DomainName() const;       // "nd"
+  std::string DomainName() const { return Read("nd"); }
   std::vector<std::uint32_t> StaticNameServers() const;  // "d0".."d2", zeros left out
   std::string ClientIdentifier() const;   // "ci"; empty is "Velmora:" + serial, "-" none
   int InterfaceMetric() const;            // "im"; -1 when unset or unusable
@@ -59,16 +60,16 @@ class InterfaceReader {
   // no address at all gives 0.0.0.0 for both.
   Ip4Range DhcpServerRange() const;
   std::uint32_t DhcpServerGateway() const;                   // "dhgw"
-  std::string DhcpServerDomain() const;                      // "dhds"
+  std::string DhcpServerDomain() const { return Read("dhds"); }
   std::vector<std::uint32_t> DhcpServerNameServers() const;  // "dhdn", ":"-separated
 
   // Wireless and 802.1X.
-  std::string Ssid() const;               // "wi"
+  std::string Ssid() const { return Read("wi"); }
   std::string Passphrase() const;         // "wp", recovered from its obfuscated form
-  std::string Identity() const;           // "wc"
-  std::string SecurityOptions() const;    // "ws"
-  std::string Dot1xMethod() const;        // "ww"
-  std::string Dot1xOptions() const;       // "wo"
+  std::string Identity() const { return Read("wc"); }
+  std::string SecurityOptions() const { return Read("ws"); }
+  std::string Dot1xMethod() const { return Read("ww"); }
+  std::string Dot1xOptions() const { return Read("wo"); }
   bool IsAccessPoint() const;             // "wm" not empty, whatever it holds
   std::string CaCertificate() const;      // "wa", "[base64]" decoded
   std::string ClientCertificate() const;  // "wt", "[base64]" decoded
@@ -80,10 +81,10 @@ class InterfaceReader {
 
   // Traffic and dial-up.
   std::uint32_t InboundRate() const;   // "ir"; empty or "-" is 0 (no limit)
-  std::string DialupUser() const;      // "du"
-  std::string DialupPassword() const;  // "dp"
-  std::string DialupNumber() const;    // "dn"
-  std::string DialupInit() const;      // "di"
+  std::string DialupUser() const { return Read("du"); }
+  std::string DialupPassword() const { return Read("dp"); }
+  std::string DialupNumber() const { return Read("dn"); }
+  std::string DialupInit() const { return Read("di"); }
   // "im" read as the dial-up link's decimal ipparam (std::stoi: leading blanks
   // and trailing text are accepted); empty is 0, so that an unset value does
   // not stop the link. Anything else raises
