@@ -60,6 +60,8 @@ void ConfigureDhcp(const RunContext& run, Phase phase) {
   if (!start) {
     args.push_back("-x");
   } else {
+    const std::string host_name = reader.DhcpHostName();
+    if (!host_name.empty()) args.insert(args.end(), {"-h", host_name});
     if (!reader.IsDhcp()) AddStaticOptions(reader, args);
     const int metric = reader.InterfaceMetric();
     if (metric >= 0) args.push_back("-m" + std::to_string(metric));

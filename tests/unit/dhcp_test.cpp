@@ -56,7 +56,8 @@ INSTANTIATE_TEST_SUITE_P(
         C{"StaticDomainAndServerOnlyInD2", Static({{"nd", "example.local"}, {"d2", "08080808"}}),
           true, Head({"-Sip_address=192.168.1.10", "-Ssubnet_mask=255.255.255.0",
                       "-Sdomain_name=example.local", "-Sdomain_name_servers=8.8.8.8", "eth0"})},
-        C{"MetricZeroMtuZero", {{"im", "0"}, {"mtu", "0"}}, true, Head({"-m0", "eth0"})}),
+        C{"MetricZeroMtuZero", {{"im", "0"}, {"mtu", "0"}}, true, Head({"-m0", "eth0"})},
+        C{"HostNameToSend", {{"hh", "lobby 7"}}, true, Head({"-h", "lobby 7", "eth0"})}),
     NameOf<ClientCase>);
 
 TEST_F(Dhcp, DebugFlag) {

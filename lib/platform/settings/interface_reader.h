@@ -52,6 +52,8 @@ class InterfaceReader {
   int InterfaceMetric() const;            // "im"; -1 when unset or unusable
   int Mtu() const;                        // "mtu"; -1 when unset or unusable
   std::set<std::uint16_t> Vlans() const;  // "vlans": decimal ids 0..4095 separated by ","
+  // The host name the DHCP client sends in place of the host's own; empty: none.
+  std::string DhcpHostName() const { return Read("hh"); }
 
   // DHCP server.
   bool DhcpServerEnabled() const;  // "dh" not empty
