@@ -4,7 +4,6 @@
 // the changes as lines and to make any of them fail.
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <deque>
@@ -18,7 +17,6 @@
 #include <utility>
 #include <vector>
 
-#include "lib/platform/base/errno_exception.h"
 #include "lib/platform/base/interface_names.h"
 #include "lib/platform/bus/bus_error.h"
 #include "lib/platform/platform.h"
@@ -96,10 +94,8 @@ class WorldModel : public Programs,
   bool nfs_root = false;
   std::map<std::string, std::vector<std::string>> vlans;  // parent -> VLAN link names
 
-  // Files: path -> content and mode; paths that cannot be created.
+  // Files: path -> content.
   std::map<std::string, std::string> files;
-  std::map<std::string, mode_t> modes;
-  std::set<std::string> unwritable;
 
   // Clocks: the steady clock moves only when something sleeps.
   std::chrono::steady_clock::time_point now{std::chrono::hours(1)};
@@ -171,10 +167,8 @@ class WorldModel : public Programs,
   void RemoveAddresses(const std::string&) override {}
 
   // --- Files
-  void Replace(const std::string& path, const std::string& content, mode_t mode) override {
-    if (unwritable.count(path) != 0) throw ErrnoException(EACCES, "write " + path);
+  void Replace(const std::string& path, const std::string& content, mode_t) override {
     files[path] = content;
-    modes[path] = mode;
   }
   std::optional<std::string> Read(const std::string& path) override {
     const auto found = files.find(path);
@@ -195,10 +189,7 @@ class WorldModel : public Programs,
     const auto below = Below(directory);
     return files.count(path) != 0 || (below != files.end() && Inside(directory, below->first));
   }
-  void Remove(const std::string& path) override {
-    files.erase(path);
-    modes.erase(path);
-  }
+  void Remove(const std::string& path) override { files.erase(path); }
 
   // --- Locks: no other run holds one.
   std::unique_ptr<HeldLock> Acquire(const std::string&, std::chrono::milliseconds,

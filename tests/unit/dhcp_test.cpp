@@ -1,3 +1,5 @@
+#include <stdexcept>
+
 #include "apps/steps/dhcp.h"
 #include "tests/unit/step_test.h"
 
@@ -115,7 +117,9 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(Dhcp, ServerStartedEvenWhenFileCannotBeWritten) {
   Store(kServer);
-  world.unwritable.insert(kConf);
+  platform.before_effect = [](const std::string& effect) {
+    if (effect.rfind(std::string("write ") + kConf, 0) == 0) throw std::runtime_error("EACCES");
+  };
   world.exit_codes[kUdhcpd] = {1};
   Configure(true);
   EXPECT_EQ(platform.Log(),

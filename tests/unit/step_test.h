@@ -16,7 +16,6 @@ namespace corvo::test {
 
 using Lines = std::vector<std::string>;
 using Settings = std::map<std::string, std::string>;
-using PersistentNetworkConfig::InterfaceReader;
 
 inline Lines Join(Lines head, const Lines& tail) {
   head.insert(head.end(), tail.begin(), tail.end());
@@ -57,9 +56,6 @@ class StepTest : public ::testing::Test {
   // Settings of one registry section (".omba" is eth0's and the host's).
   void Store(const Settings& settings, const std::string& section = ".omba") {
     for (const auto& [key, value] : settings) world.Set(section, key, value);
-  }
-  InterfaceReader Reader(const std::string& ifname) {
-    return InterfaceReader(ifname, platform.Get().settings, world.serial_number);
   }
   // A run of the steps for the interface.
   RunContext Context(const std::string& ifname) { return RunContext(platform, ifname); }
