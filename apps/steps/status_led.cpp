@@ -61,8 +61,8 @@ WifiLinkState GetWifiLinkState(supplicant::SupplicantConnector& connector,
   if (state != "completed") return kConnecting;
   try {
     const std::shared_ptr<supplicant::Network> network = interface->GetCurrentNetwork();
-    if (network && supplicant::LookupPropertyString(network->GetProperties(),
-                                                    supplicant::key::kMode) == "2") {
+    if (network &&
+        supplicant::LookupPropertyString(network->GetProperties(), supplicant::key::kMode) == "2") {
       return kConnectedAccessPoint;
     }
   } catch (const std::exception&) {

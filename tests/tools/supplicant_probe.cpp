@@ -54,7 +54,9 @@ std::string DriverFor(const std::string& ifname) {
   return hardware.SupplicantDriver(ifname);
 }
 
-std::shared_ptr<supplicant::Supplicant> Connect() { return supplicant::Supplicant::Create(DriverFor); }
+std::shared_ptr<supplicant::Supplicant> Connect() {
+  return supplicant::Supplicant::Create(DriverFor);
+}
 
 auto Find(const Args& a) { return Connect()->GetInterface(a.at(0)); }
 
