@@ -3,13 +3,15 @@
 # tests that need a full kernel, in a QEMU guest), then the same unit, registry
 # and command tests again under AddressSanitizer and UBSan, then the unit tests
 # cross-built for the player's 32-bit ARM processor under qemu-arm; last the Debian packages
-# made from those builds, and the tests of what they install. The fuzz targets run in
-# between, each for a short bounded time (scripts/fuzz.sh).
+# made from those builds, the build a Buildroot or Yocto recipe makes (scripts/recipe.sh), and
+# the tests of what they install. The fuzz targets run in between, each for a short bounded
+# time (scripts/fuzz.sh).
 source "$(dirname "$0")/common.sh"
 # What the guest-kernel tests, the armhf phase, the fuzz targets and the packages need, in the
 # same apt run.
 bash "$ROOT/scripts/install-deps.sh" guest armhf fuzz package
 export LINKRIG_PACKAGES=${LINKRIG_PACKAGES:-$BUILD/packages}
+export LINKRIG_RECIPE_BUILD=${LINKRIG_RECIPE_BUILD:-$BUILD/recipe}
 
 configure_and_build "$BUILD/release" -DCMAKE_BUILD_TYPE=RelWithDebInfo
 ctest --test-dir "$BUILD/release" --output-on-failure -j2 --timeout 900 -LE package
@@ -25,6 +27,8 @@ bash "$ROOT/scripts/fuzz.sh"
 # The unit tests again, built for the player's 32-bit ARM processor and run under qemu-arm.
 bash "$ROOT/scripts/armhf.sh"
 
-# The packages, from the release and armhf builds above, and the tests of what they install.
+# The packages, from the release and armhf builds above, the recipes' build (on the same
+# sysroot), and the tests of what they install.
 LINKRIG_PACKAGE_BUILD=$BUILD/release bash "$ROOT/scripts/package.sh"
+bash "$ROOT/scripts/recipe.sh"
 ctest --test-dir "$BUILD/release" --output-on-failure --timeout 900 -L package
