@@ -22,7 +22,9 @@ namespace corvo {
 
 // time_t as the library was built, which need not be this program's: Debian 12's 32-bit
 // libraries keep a 32-bit time_t, while linkrig's is 64 bits wide on every target.
-#if LINKRIG_LIBRARY_TIME_BITS == 32
+#ifndef LINKRIG_LIBRARY_TIME_BITS
+#error "LINKRIG_LIBRARY_TIME_BITS (cmake/Time.cmake) tells the width of time_t in GnuTLS"
+#elif LINKRIG_LIBRARY_TIME_BITS == 32
 using GnutlsTime = std::int32_t;
 #else
 using GnutlsTime = std::int64_t;
