@@ -1,7 +1,7 @@
-/* Debian 12 builds its 32-bit libraries with a 32-bit time_t, and so are the static archives
- * linked into linkrig: libdbus-1, dbus-c++, the Avahi client, libnl, libubootenv, Boost and
- * the C++ runtime call glibc's 32-bit time functions, which fail with EOVERFLOW from
- * 2038-01-19 on and leave their results unset; their callers do not look. Linked with
+/* Debian 12 builds its 32-bit libraries with a 32-bit time_t, the static archives linked into
+ * linkrig included: libdbus-1, dbus-c++, the Avahi client, libnl, libubootenv, Boost and the
+ * C++ runtime call glibc's 32-bit time functions, which fail with EOVERFLOW from 2038-01-19
+ * on and leave their results unset; their callers do not look. Linked with
  * --wrap=NAME (cmake/Time.cmake), each such call comes here instead and is answered by
  * glibc's 64-bit function through time64_calls.c, converted explicitly:
  *
@@ -10,8 +10,8 @@
  *     instead of garbage. They use these readings to measure intervals (time-outs, poll
  *     loops), which stay right across the wrap except at its instant; the monotonic clock,
  *     which the waits use, never comes near it;
- *   - a file's times keep their low 32 bits too, where glibc would fail the whole stat: the
- *     archives read sizes and types, never those times.
+ *   - a file's times keep their low 32 bits too, where glibc would fail the whole stat: what
+ *     linkrig has the archives read is sizes and types, never those times.
  *
  * This file speaks the archives' language: the build's 64-bit switches are undone here. */
 #undef _TIME_BITS
