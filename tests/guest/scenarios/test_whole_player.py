@@ -92,8 +92,12 @@ def test_boots_and_lives_through_its_events(booted):
     player.run(["ip", "link", "add", "eth2", "type", "veth", "peer", "name", "peer-eth2",
                 "netns", "lan"], check=True)
     player.lan.run(["ip", "link", "set", "peer-eth2", "up"], check=True)
-    wait_for(lambda: [r[3] for r in whole.run_log(player) if r[3][0] == "eth2"][:2] == [
-        ["eth2", "add"], ["eth2", "start"]], timeout=20, what="eth2 added and started")
+    try:
+        wait_for(lambda: [r[3] for r in whole.run_log(player) if r[3][0] == "eth2"][:2] == [
+            ["eth2", "add"], ["eth2", "start"]], timeout=60, interval=0.2,
+            what="eth2 added and started")
+    except TimeoutError as e:
+        raise AssertionError(f"{e}\n{whole.diagnosis(player)}") from None
     assert len(player.dhcp_clients("eth2")) == 1
     assert_as_booted(player, seen)
     assert all(status == 0 for _, _, status, args in whole.run_log(player)
