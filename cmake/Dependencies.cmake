@@ -78,6 +78,8 @@ pkg_check_modules(GNUTLS REQUIRED gnutls)
 find_library(GNUTLS_LIBRARY gnutls HINTS ${GNUTLS_LIBRARY_DIRS} REQUIRED)
 linkrig_loaded_library(PkgConfig::GNUTLS ${GNUTLS_LIBRARY} LINKRIG_GNUTLS_SONAME
   ${GNUTLS_INCLUDE_DIRS})
+target_compile_definitions(PkgConfig::GNUTLS INTERFACE
+  LINKRIG_LIBRARY_TIME_BITS=${LINKRIG_LIBRARY_TIME_BITS})
 find_library(GCRYPT_LIBRARY gcrypt REQUIRED)
 find_path(GCRYPT_INCLUDE_DIR gcrypt.h REQUIRED)
 linkrig_loaded_library(linkrig::gcrypt ${GCRYPT_LIBRARY} LINKRIG_GCRYPT_SONAME

@@ -27,7 +27,7 @@ if [ ${#TARGETS[@]} -eq 0 ]; then
 fi
 
 configure_and_build "$FUZZ_BUILD" -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
-  -DLINKRIG_FUZZ=ON -DLINKRIG_TESTS=OFF
+  -DLINKRIG_FUZZ=ON -DBUILD_TESTING=OFF
 mkdir -p "$FUZZ_BUILD/artifacts" "$FUZZ_BUILD/logs"
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
 

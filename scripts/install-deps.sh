@@ -19,15 +19,16 @@ PACKAGES=(
 # Extras by name: `armhf` adds the cross compiler, the emulator and debootstrap
 # (scripts/armhf.sh); `guest` the system emulator, a kernel with every feature
 # as modules and iw (tools/guest/run.sh); the static busybox above also serves its initramfs;
-# `package` the Debian packaging tools and udev, whose daemon the hot-plug tests run
-# (scripts/package.sh, tests/package); `bench` the instruction counter and the timer of
+# `package` the Debian packaging tools, udev, whose daemon the hot-plug tests run, and
+# kconfiglib, which reads the Buildroot package's Config.in (scripts/package.sh,
+# scripts/recipe.sh, tests/package); `bench` the instruction counter and the timer of
 # scripts/bench.sh; `fuzz` clang and libFuzzer (scripts/fuzz.sh); `coverage` gcovr
 # (scripts/coverage.sh).
 for extra in "$@"; do
   case $extra in
     armhf) PACKAGES+=(crossbuild-essential-armhf qemu-user debootstrap) ;;
     guest) PACKAGES+=(qemu-system-x86 linux-image-amd64 iw cpio) ;;
-    package) PACKAGES+=(dpkg-dev lintian udev) ;;
+    package) PACKAGES+=(dpkg-dev lintian udev python3-kconfiglib) ;;
     bench) PACKAGES+=(valgrind time) ;;
     fuzz) PACKAGES+=(clang-14 libfuzzer-14-dev) ;;
     coverage) PACKAGES+=(gcovr) ;;

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Builds linkrig and runs every test: the optimised build and the Debian packages made from it
-# and from the cross build for the player's 32-bit ARM processor, with every test of them
-# (the system tests that need a full kernel, the whole player among them, in a QEMU guest);
-# then the same unit, registry and command tests again under AddressSanitizer and UBSan; the
+# Builds linkrig and runs every test: the optimised build, the Debian packages made from it and
+# from the cross build for the player's 32-bit ARM processor, and the build a Buildroot or Yocto
+# recipe makes, with every test of them (the system tests that need a full kernel, the whole
+# player among them, in a QEMU guest); then the same unit, registry and command tests again under AddressSanitizer and UBSan; the
 # fuzz targets, each for a short bounded time (scripts/fuzz.sh); last the unit tests of the
 # armhf build under qemu-arm.
 source "$(dirname "$0")/common.sh"
@@ -10,10 +10,13 @@ source "$(dirname "$0")/common.sh"
 # same apt run.
 bash "$ROOT/scripts/install-deps.sh" guest armhf fuzz package
 export LINKRIG_PACKAGES=${LINKRIG_PACKAGES:-$BUILD/packages}
+export LINKRIG_RECIPE_BUILD=${LINKRIG_RECIPE_BUILD:-$BUILD/recipe}
 
 configure_and_build "$BUILD/release" -DCMAKE_BUILD_TYPE=RelWithDebInfo
-# The packages, from the release and armhf builds: the guest boots a player from the amd64 one.
+# The packages, from the release and armhf builds (the guest boots a player from the amd64
+# one), and the build a Buildroot or Yocto recipe makes, on the same sysroot.
 LINKRIG_PACKAGE_BUILD=$BUILD/release bash "$ROOT/scripts/package.sh"
+bash "$ROOT/scripts/recipe.sh"
 ctest --test-dir "$BUILD/release" --output-on-failure -j2 --timeout 900
 
 configure_and_build "$BUILD/sanitize" -DCMAKE_BUILD_TYPE=Debug -DLINKRIG_SANITIZE=ON

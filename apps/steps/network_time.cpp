@@ -75,6 +75,7 @@ void SetClockFromNetworkTime(std::int64_t network_time_ns, const std::string& pt
 
   const std::int64_t seconds = network_us / 1000000;
   const long microseconds = static_cast<long>(network_us % 1000000);
+  // The whole value: long is 32 bits wide on the player.
   log.Print("Setting system clock to %lld.%06ld\n", static_cast<long long>(seconds), microseconds);
   SetClock(platform, seconds, microseconds);
 }

@@ -29,12 +29,20 @@ std::string RunLockPath(const std::string& ifname) {
 
 std::unique_ptr<HeldLock> TakeRunLock(Platform& platform, const std::string& ifname) {
   const std::string path = RunLockPath(ifname);
+  const auto asked = platform.clock.Now();
+  bool waited = false;
   auto lock = platform.locks.Acquire(path, kLockWait, [&] {
     platform.log.Print("linkrig: waiting for another run to release %s\n", path);
+    waited = true;
   });
   if (!lock) {
     throw std::runtime_error(
         fmt::format("Gave up waiting for {} after {} s", path, kLockWait.count()));
+  }
+  // How long, for whoever reads a slow boot's log.
+  if (waited) {
+    const std::chrono::duration<double> took = platform.clock.Now() - asked;
+    platform.log.Print("linkrig: waited %.1f s for %s\n", took.count(), path);
   }
   return lock;
 }

@@ -1,8 +1,12 @@
+#include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <map>
 #include <optional>
 #include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "lib/hardware/hardware_config.h"
@@ -44,6 +48,24 @@ TEST(HardwareConfig, SerialOnlyWithFormatOne) {
       Vars{{"VL_SERIAL", "A123"}, {"VL_FORMAT", "2"}, {"WLAN0_HWADDR", "02:00:00:00:00:01"}}));
   EXPECT_EQ(hw.SerialNumber(), "");
   EXPECT_TRUE(hw.NeedsWifiMacAddress());
+}
+
+// libubootenv, linked from an archive built with 32-bit time, looks at the environment's file
+// with stat, which glibc's 32-bit call fails for a file written from 2038 on.
+TEST(UbootBootEnvironment, ReadsAnEnvironmentWrittenAfter2038) {
+  const std::string dir = testing::TempDir() + "env." + std::to_string(getpid());
+  std::filesystem::create_directories(dir);
+  std::ofstream(dir + "/fw_env.config") << dir << "/env 0x0 0x4000\n";
+  std::ofstream(dir + "/defaults") << "bootdelay=1\n";
+  std::ofstream(dir + "/env") << std::string(0x4000, '\0');
+  const std::string set = "fw_setenv -c " + dir + "/fw_env.config -f " + dir + "/defaults " +
+                          "VL_HWFLAGS 0x10 >/dev/null 2>&1";
+  ASSERT_EQ(std::system(set.c_str()), 0);
+  const struct timespec written[2] = {{2240000000, 0}, {2240000000, 0}};  // 2040-12-25
+  ASSERT_EQ(utimensat(AT_FDCWD, (dir + "/env").c_str(), written, 0), 0);
+  EXPECT_EQ(corvo::UbootBootEnvironment((dir + "/fw_env.config").c_str()).Get("VL_HWFLAGS"),
+            std::optional<std::string>("0x10"));
+  std::filesystem::remove_all(dir);
 }
 
 // A directory of links as /sys/class/net/ holds them, gone with the test.

@@ -52,7 +52,9 @@ INSTANTIATE_TEST_SUITE_P(
         C{"not_slave_199999", "12", 1, kNow + 199999, kSkip},
         C{"not_slave_200000", "12", 1, kNow + 200000, kBigDifference + "1700000000.200000\n"},
         C{"earlier_network_time", "12", 127, kNow - 200000, kBigDifference + "1699999999.800000\n"},
-        C{"earlier_within_tolerance", "12", 1, kNow - 199999, kSkip}),
+        C{"earlier_within_tolerance", "12", 1, kNow - 199999, kSkip},
+        // Past 2038, where a 32-bit long would wrap.
+        C{"after_2038", "", 0, 2222222222000001, kSet + "2222222222.000001\n"}),
     NameOf<ClockCase>);
 
 // A registry failure in the thread ends the run as any other would.

@@ -721,11 +721,14 @@ class Player(_Side):
                                  ["ptp4l", "-i", port, "-s", "--free_running", "1"] + common,
                                  ready="to UNCALIBRATED")
 
-    def start_ntp_responder(self, mode, side="lan", address=None, port=123, offset=0.0):
-        """Starts ntp_responder.py in mode on the lan or in the player;
+    def start_ntp_responder(self, mode, side="lan", address=None, port=123, offset=0.0, at=None):
+        """Starts ntp_responder.py in mode on the lan or in the player, serving
+        this machine's time moved by offset, or the Unix time `at` from now on;
         returns its Daemon, whose log has a line per request."""
         where = {"lan": self.lan, "player": self}[side]
         argv = [PYTHON, NTP_RESPONDER, mode, "--port", str(port), "--offset", str(offset)]
+        if at is not None:
+            argv += ["--at", str(at)]
         if address:
             argv += ["--address", address]
         return where.start_daemon(f"ntp-responder-{side}", argv, ready="ready")

@@ -1,11 +1,13 @@
 #include "lib/platform/bus/dbus_dispatcher.h"
 
-#include <boost/chrono.hpp>
-#include <boost/thread/thread.hpp>
+#include <chrono>
+#include <condition_variable>
 #include <dbus-c++/dbus.h>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <pthread.h>
+#include <thread>
 #include <vector>
 
 #include "lib/platform/base/assert.h"
@@ -19,7 +21,11 @@ struct DispatcherState {
   std::mutex mutex;
   unsigned int count = 0;
   DBus::BusDispatcher* dispatcher = nullptr;
-  std::unique_ptr<boost::thread> thread;
+  std::unique_ptr<std::thread> thread;
+  // Whether the thread's loop has returned; waited for with a bound, which a plain join
+  // lacks (and Boost's timed join would hand its 64-bit deadline to a 32-bit-time library).
+  bool loop_done = false;
+  std::condition_variable loop_ended;
   // Dispatchers are kept for good: a connection may outlive every guard at
   // exit, and libdbus calls back into its dispatcher when it goes.
   std::vector<std::unique_ptr<DBus::BusDispatcher>> dispatchers;
@@ -31,13 +37,16 @@ DispatcherState& State() {
   return *state;
 }
 
-void RunDispatcher(DBus::BusDispatcher* dispatcher) {
+void RunDispatcher(DispatcherState& state, DBus::BusDispatcher* dispatcher) {
   pthread_setname_np(pthread_self(), "DBusDispatcher");
   try {
     dispatcher->enter();
   } catch (const std::exception& e) {
     Log("D-Bus dispatcher failed: %s\n", e.what());
   }
+  std::lock_guard<std::mutex> lock(state.mutex);
+  state.loop_done = true;
+  state.loop_ended.notify_all();
 }
 
 }  // namespace
@@ -52,13 +61,14 @@ EnsureDBusDispatcher::EnsureDBusDispatcher(bool start_thread) {
     DBus::default_dispatcher = state.dispatcher;
   }
   if (start_thread && !state.thread) {
-    state.thread = std::make_unique<boost::thread>(RunDispatcher, state.dispatcher);
+    state.loop_done = false;
+    state.thread = std::make_unique<std::thread>(RunDispatcher, std::ref(state), state.dispatcher);
   }
 }
 
 EnsureDBusDispatcher::~EnsureDBusDispatcher() {
   DispatcherState& state = State();
-  std::lock_guard<std::mutex> lock(state.mutex);
+  std::unique_lock<std::mutex> lock(state.mutex);
   if (--state.count != 0 || !state.thread) {
     return;
   }
@@ -68,10 +78,11 @@ EnsureDBusDispatcher::~EnsureDBusDispatcher() {
   } catch (const std::exception& e) {
     Log("D-Bus dispatcher failed to leave: %s\n", e.what());
   }
-  if (!state.thread->try_join_for(boost::chrono::seconds(10))) {
+  if (!state.loop_ended.wait_for(lock, std::chrono::seconds(10), [&] { return state.loop_done; })) {
     Log("~EnsureDBusDispatcher thread failed to exit in a timely manner.\n");
     CORVO_ASSERT(false);
   }
+  state.thread->join();
   state.thread.reset();
 }
 

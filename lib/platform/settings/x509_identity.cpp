@@ -1,9 +1,10 @@
 #include "lib/platform/settings/x509_identity.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
-
 
 #include "lib/platform/base/log.h"
 #include "lib/platform/settings/gnutls_library.h"
@@ -81,13 +82,104 @@ bool CommonName(gnutls_x509_crt_t crt, std::string& name) {
   return !name.empty();
 }
 
+// One element of DER: its tag and its content, within the bytes [p, end).
+struct DerElement {
+  unsigned char tag = 0;
+  const unsigned char* content = nullptr;
+  std::size_t size = 0;
+};
+
+// Reads the element at p and moves p past it; false when it does not fit.
+bool ReadDer(const unsigned char*& p, const unsigned char* end, DerElement& element) {
+  if (end - p < 2) return false;
+  element.tag = *p++;
+  std::size_t size = *p++;
+  if (size & 0x80) {
+    std::size_t count = size & 0x7f;
+    if (count == 0 || count > 4 || static_cast<std::size_t>(end - p) < count) return false;
+    for (size = 0; count > 0; --count) size = (size << 8) | *p++;
+  }
+  if (static_cast<std::size_t>(end - p) < size) return false;
+  element.content = p;
+  element.size = size;
+  p += size;
+  return true;
+}
+
+// Days from 1970-01-01 to the date (proleptic Gregorian calendar).
+std::int64_t DaysSinceEpoch(std::int64_t year, int month, int day) {
+  year -= month <= 2;
+  const std::int64_t era = (year >= 0 ? year : year - 399) / 400;
+  const std::int64_t year_of_era = year - era * 400;
+  const std::int64_t day_of_year = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
+  const std::int64_t day_of_era =
+      year_of_era * 365 + year_of_era / 4 - year_of_era / 100 + day_of_year;
+  return era * 146097 + day_of_era - 719468;
+}
+
+// A UTCTime ("YYMMDDHHMMSSZ", years 1950 to 2049) or GeneralizedTime ("YYYYMMDDHHMMSSZ"), as
+// certificates must write them; nothing for another form.
+std::optional<std::int64_t> DerTime(const DerElement& time) {
+  const std::size_t year_digits = time.tag == 0x17 ? 2 : time.tag == 0x18 ? 4 : 0;
+  if (year_digits == 0 || time.size != year_digits + 11 || time.content[time.size - 1] != 'Z') {
+    return std::nullopt;
+  }
+  int fields[6] = {};  // year, month, day, hour, minute, second
+  const unsigned char* digit = time.content;
+  for (std::size_t field = 0; field < 6; ++field) {
+    for (std::size_t i = 0; i < (field == 0 ? year_digits : 2); ++i, ++digit) {
+      if (*digit < '0' || *digit > '9') return std::nullopt;
+      fields[field] = fields[field] * 10 + (*digit - '0');
+    }
+  }
+  if (year_digits == 2) fields[0] += fields[0] < 50 ? 2000 : 1900;
+  const auto [year, month, day, hour, minute, second] = fields;
+  if (month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 || minute > 59 || second > 60) {
+    return std::nullopt;
+  }
+  return DaysSinceEpoch(year, month, day) * 86400 + hour * 3600 + minute * 60 + second;
+}
+
+// The notBefore time, read from the certificate's own DER: Certificate, TBSCertificate,
+// then past the optional version, the serial number, the signature algorithm and the issuer
+// to the validity.
+std::optional<std::int64_t> NotBefore(gnutls_x509_crt_t crt) {
+  gnutls_datum_t der{nullptr, 0};
+  if (Gnutls().x509_crt_export2(crt, GNUTLS_X509_FMT_DER, &der) < 0) return std::nullopt;
+  const std::unique_ptr<unsigned char, gnutls_free_function> owner(der.data, Gnutls().free);
+  const unsigned char* p = der.data;
+  DerElement element;
+  for (const unsigned char tag : {0x30, 0x30}) {  // into Certificate, then TBSCertificate
+    if (!ReadDer(p, der.data + der.size, element) || element.tag != tag) return std::nullopt;
+    p = element.content;
+  }
+  const unsigned char* const end = element.content + element.size;
+  if (!ReadDer(p, end, element)) return std::nullopt;
+  if (element.tag == 0xa0 && !ReadDer(p, end, element)) return std::nullopt;  // version
+  for (int skipped = 0; skipped < 3; ++skipped) {  // serial number, algorithm, issuer
+    if (!ReadDer(p, end, element)) return std::nullopt;
+  }
+  if (element.tag != 0x30) return std::nullopt;  // the validity
+  p = element.content;
+  if (!ReadDer(p, element.content + element.size, element)) return std::nullopt;
+  return DerTime(element);
+}
+
+// The time from which the certificate is valid, 0 when unknown. A library with a 32-bit
+// time_t cannot tell a date from 2038 on: the certificate's own bytes are read instead.
+std::int64_t ActivationTime(gnutls_x509_crt_t crt) {
+  const GnutlsTime activation = Gnutls().x509_crt_get_activation_time(crt);
+  if (activation == -1) return 0;
+  if (sizeof activation == 4 && activation == kGnutlsLastTime32) return NotBefore(crt).value_or(0);
+  return std::int64_t{activation};
+}
+
 bool IdentityOf(const std::string& ifname, LogSink& log, const gnutls_datum_t& data,
                 CertificateIdentity& result) {
   result = CertificateIdentity();
   Crt crt = ImportCertificate(data);
   if (!crt) return false;
-  const std::time_t activation = Gnutls().x509_crt_get_activation_time(crt.get());
-  if (activation != static_cast<std::time_t>(-1)) result.activation = activation;
+  result.activation = ActivationTime(crt.get());
 
   std::string name;
   if (SubjectAltName(crt.get(), name)) {

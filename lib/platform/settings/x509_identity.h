@@ -2,7 +2,7 @@
 // The 802.1X identity a client certificate names, and the time from which the
 // certificate is valid (used to set a clock that was never set).
 
-#include <ctime>
+#include <cstdint>
 #include <string>
 
 #include "lib/platform/base/log.h"
@@ -11,7 +11,7 @@ namespace corvo {
 
 struct CertificateIdentity {
   std::string identity;        // empty when none could be read
-  std::time_t activation = 0;  // not-before time; 0 when unknown
+  std::int64_t activation = 0;  // not-before time, seconds since the epoch; 0 when unknown
   std::string certificate;     // from a PKCS#12 file: the certificate itself, DER
 };
 

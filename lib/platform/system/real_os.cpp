@@ -297,16 +297,19 @@ std::chrono::steady_clock::time_point RealClock::Now() { return std::chrono::ste
 
 void RealClock::Sleep(std::chrono::microseconds duration) { std::this_thread::sleep_for(duration); }
 
+// Past 2038 a 32-bit time_t cannot hold the clock: the build makes it 64 bits wide everywhere.
+static_assert(sizeof(time_t) == 8, "time_t must be 64 bits wide (_TIME_BITS=64)");
+
 std::int64_t RealSystemClock::RealtimeMicroseconds() {
   struct timespec now;
-  clock_gettime(CLOCK_REALTIME, &now);
+  if (clock_gettime(CLOCK_REALTIME, &now) != 0) throw ErrnoException(errno, "clock_gettime");
   return static_cast<std::int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
 }
 
 void RealSystemClock::SetRealtime(std::int64_t seconds, long microseconds) {
   struct timeval value;
-  value.tv_sec = static_cast<time_t>(seconds);
-  value.tv_usec = static_cast<suseconds_t>(microseconds);
+  value.tv_sec = seconds;
+  value.tv_usec = microseconds;
   if (settimeofday(&value, nullptr) != 0) throw ErrnoException(errno, "settimeofday");
 }
 

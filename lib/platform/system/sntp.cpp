@@ -141,10 +141,11 @@ std::int64_t UnixNanoseconds(const unsigned char* timestamp) {
   return seconds * 1000000000 + static_cast<std::int64_t>((fraction * 1000000000u) >> 32);
 }
 
-// Our transmit time from the wall clock, with random low bits.
-void WriteRequestTime(unsigned char* timestamp) {
+// Our transmit time from the wall clock, with random low bits; false when the clock
+// cannot be read.
+bool WriteRequestTime(unsigned char* timestamp) {
   timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
+  if (clock_gettime(CLOCK_REALTIME, &now) != 0) return false;
   const std::int64_t seconds = std::int64_t{now.tv_sec} + kNtpEpochToUnix;
   const std::uint64_t fraction = (static_cast<std::uint64_t>(now.tv_nsec) << 32) / 1000000000u;
   std::uint32_t nonce = 0;
@@ -156,6 +157,7 @@ void WriteRequestTime(unsigned char* timestamp) {
   Write32(timestamp, static_cast<std::uint32_t>(seconds));
   Write32(timestamp + 4,
           (static_cast<std::uint32_t>(fraction) & ~kNonceMask) | (nonce & kNonceMask));
+  return true;
 }
 
 enum class Verdict { kValid, kKissOfDeath, kInvalid };
@@ -212,7 +214,9 @@ NetworkTimeResult Query(const std::string& server, const SntpOptions& options) {
     if (socket.fd() < 0) return {std::nullopt, "cannot open a socket: " + ErrnoText(errno)};
     unsigned char request[kPacketSize] = {};
     request[0] = static_cast<unsigned char>((kVersion << 3) | kModeClient);
-    WriteRequestTime(request + 40);
+    if (!WriteRequestTime(request + 40)) {
+      return {std::nullopt, "cannot read the clock: " + ErrnoText(errno)};
+    }
     // Connected, so that only the server's datagrams (and its errors) reach us.
     if (connect(socket.fd(), reinterpret_cast<const sockaddr*>(&to), sizeof to) != 0 ||
         send(socket.fd(), request, sizeof request, 0) != static_cast<ssize_t>(sizeof request)) {

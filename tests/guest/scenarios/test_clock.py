@@ -1,13 +1,42 @@
 """The clock set from network time on a kernel whose clock is the player's own: the guest's
-is set wrong, the real chronyd on the far end, under faketime, serves the right time."""
+is set wrong, the real chronyd on the far end, under faketime, serves the right time. And the
+clock past 2038, from the network and from a client certificate: on a 32-bit player that needs
+64-bit time all the way through. Nothing here reads the wall clock through a 32-bit call, so
+that the scenarios run the same in a 32-bit guest."""
 
+import ctypes
+import re
 import subprocess
 import time
+from pathlib import Path
 
 import pytest
 
+from pki import stored
+
 FAR, NEAR = "192.168.90.1", "192.168.90.2"
 HOUR = 3600
+IN_2040 = 2222222222  # 2040-06-02 03:57:02 UTC
+# A client certificate (CN player-7) and its key, valid from 2041-03-04 05:06:07 UTC, made once
+# with certtool (a 32-bit certtool cannot write that date); GnuTLS reads the first certificate.
+CLIENT_2041 = stored(Path(__file__).with_name("client-2041.pem").read_bytes())
+ACTIVATION_2041 = 2245986367
+
+LIBC = ctypes.CDLL(None, use_errno=True)
+# glibc's 64-bit call on a 32-bit system; the one there is elsewhere.
+CLOCK_GETTIME = getattr(LIBC, "__clock_gettime64", LIBC.clock_gettime)
+
+
+class Timespec(ctypes.Structure):
+    _fields_ = [("tv_sec", ctypes.c_int64), ("tv_nsec", ctypes.c_long)]
+
+
+def realtime():
+    """The wall clock in seconds."""
+    now = Timespec()
+    if CLOCK_GETTIME(time.CLOCK_REALTIME, ctypes.byref(now)) != 0:
+        raise OSError(ctypes.get_errno(), "clock_gettime")
+    return now.tv_sec + now.tv_nsec / 1e9
 
 
 def set_clock(seconds):
@@ -16,7 +45,9 @@ def set_clock(seconds):
 
 def wall_offset():
     """The wall clock less the monotonic one: it changes by as much as the clock is set."""
-    return time.time() - time.monotonic()
+    before = time.monotonic()
+    wall = realtime()
+    return wall - (before + time.monotonic()) / 2
 
 
 @pytest.fixture
@@ -27,7 +58,7 @@ def player(make_player):
     player.lan.run(["ip", "addr", "add", f"{FAR}/24", "dev", "peer-eth0"], check=True)
     yield player
     # The later scenarios get their clock back as it ran.
-    set_clock(time.time() - (wall_offset() - offset))
+    set_clock(time.monotonic() + offset)
 
 
 @pytest.mark.parametrize("wrong_by, ptp, line", [
@@ -48,3 +79,35 @@ def test_host_start_sets_the_clock(player, wrong_by, ptp, line):
     setting = line.startswith("Setting")
     assert abs(set_by - (wrong_by if setting else 0)) < (1.0 if setting else 0.01), result.stderr
     assert player.exists("/var/run/linkrig-clock-set") == setting
+
+
+def clock_set_to(result):
+    """The seconds of the run's "Setting system clock to" line."""
+    found = re.findall(r"^Setting system clock to (\d+)\.\d{6}$", result.stderr, re.M)
+    assert result.returncode == 0 and len(found) == 1, result.stderr
+    return int(found[0])
+
+
+# "update" of the port with the default route asks again, the clock already in 2040.
+def test_network_time_in_2040(player):
+    player.start_ntp_responder("good", address=FAR, at=IN_2040)
+    player.start_registry({"networking": {"ntp_server": FAR}})
+    player.run(["ip", "route", "add", "default", "via", FAR], check=True)
+    for run in (("host", "start"), ("eth0", "update")):
+        result = player.linkrig(*run)
+        seconds = clock_set_to(result)
+        assert IN_2040 <= seconds < IN_2040 + 120, result.stderr
+        assert abs(realtime() - seconds) < 5, result.stderr
+        assert player.read_file("/var/run/linkrig-clock-set") == f"{seconds}\n"
+
+
+# A clock never set (earlier than the build) takes the certificate's activation time.
+def test_clock_from_a_certificate_valid_from_2041(player):
+    set_clock(946684800)  # 2000-01-01
+    player.start_supplicant()
+    player.start_registry({".omba": {"wa": CLIENT_2041, "wt": CLIENT_2041, "wk": CLIENT_2041}})
+    result = player.linkrig("eth0", "start")
+    assert result.returncode == 0, result.stderr
+    assert re.search(r"setting based on client certificate - .*2041$", result.stderr, re.M), \
+        result.stderr
+    assert abs(realtime() - ACTIVATION_2041) < 30, result.stderr
