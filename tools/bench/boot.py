@@ -26,6 +26,9 @@ from player import whole_player as whole  # noqa: E402
 from player.radios import Radios  # noqa: E402
 
 
+VERBOSE = False
+
+
 def one(kind, deb):
     with Radios(2) as radios:
         players = []
@@ -41,6 +44,12 @@ def one(kind, deb):
                 result, took = whole.boot(player)
                 if result.returncode != 0 or result.stderr:
                     raise RuntimeError(f"the boot script failed: {result.stderr}")
+                if VERBOSE:
+                    runs = whole.run_log(player)
+                    first = min(r[0] for r in runs)
+                    for start, end, status, args in runs:
+                        print(f"  {start - first:6.2f} {end - first:6.2f} {status} {' '.join(args)}")
+                    print(player.read_file(whole.ERRORS))
             else:
                 whole.start_daemons(player, obfuscated(whole.PSK), supplicant=False)
                 took = whole.floor(player)
@@ -55,7 +64,10 @@ def main():
     parser.add_argument("--packages", required=True)
     parser.add_argument("--rounds", type=int, default=3)
     parser.add_argument("--json")
+    parser.add_argument("--verbose", action="store_true", help="each boot's runs and errors")
     args = parser.parse_args()
+    global VERBOSE
+    VERBOSE = args.verbose
     deb = whole.package(args.packages)
     if deb is None:
         sys.exit(f"boot: no amd64 package in {args.packages}")
