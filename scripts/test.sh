@@ -2,13 +2,14 @@
 # Builds linkrig and runs every test: the optimised build (with the system
 # tests that need a full kernel, in a QEMU guest), then the same unit, registry
 # and command tests again under AddressSanitizer and UBSan, then the unit tests
-# cross-built for the player's 32-bit ARM processor under qemu-arm; last the Debian packages
+# cross-built for the player's 32-bit ARM processor under qemu-arm and the system tests on
+# that build in an armhf QEMU guest; last the Debian packages
 # made from those builds, and the tests of what they install. The fuzz targets run in
 # between, each for a short bounded time (scripts/fuzz.sh).
 source "$(dirname "$0")/common.sh"
 # What the guest-kernel tests, the armhf phase, the fuzz targets and the packages need, in the
 # same apt run.
-bash "$ROOT/scripts/install-deps.sh" guest armhf fuzz package
+bash "$ROOT/scripts/install-deps.sh" guest guest-armhf armhf fuzz package
 export LINKRIG_PACKAGES=${LINKRIG_PACKAGES:-$BUILD/packages}
 
 configure_and_build "$BUILD/release" -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -22,8 +23,10 @@ ctest --test-dir "$BUILD/sanitize" --output-on-failure -j2 --timeout 900 -LE 'gu
 # Every parser of outside input under libFuzzer, a few minutes in all.
 bash "$ROOT/scripts/fuzz.sh"
 
-# The unit tests again, built for the player's 32-bit ARM processor and run under qemu-arm.
+# The unit tests again, built for the player's 32-bit ARM processor and run under qemu-arm;
+# then the system tests on that build in the armhf guest.
 bash "$ROOT/scripts/armhf.sh"
+ctest --test-dir "${LINKRIG_ARMHF_BUILD:-$BUILD/armhf}" --output-on-failure --timeout 3000 -L guest-armhf
 
 # The packages, from the release and armhf builds above, and the tests of what they install.
 LINKRIG_PACKAGE_BUILD=$BUILD/release bash "$ROOT/scripts/package.sh"
