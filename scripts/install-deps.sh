@@ -10,15 +10,12 @@ PACKAGES=(
   # manual pages, and the test that renders them
   scdoc man-db groff-base
   # tests and the simulated player
-  dbus-daemon python3-pytest python3-dbus python3-dbusmock python3-gi
-  iproute2 util-linux procps psmisc kmod
-  dhcpcd-base udhcpd busybox-static iptables linuxptp faketime
-  wpasupplicant hostapd avahi-daemon socat ppp chrony
-  gnutls-bin openssl strace
+  "${RUNTIME_PACKAGES[@]}"
 )
 # Extras by name: `armhf` adds the cross compiler, the emulator and debootstrap
 # (scripts/armhf.sh); `guest` the system emulator, a kernel with every feature
 # as modules and iw (tools/guest/run.sh); the static busybox above also serves its initramfs;
+# `guest-armhf` the ARM system emulator and debootstrap (the armhf guest makes its own root);
 # `package` the Debian packaging tools, udev, whose daemon the hot-plug tests run, and
 # kconfiglib, which reads the Buildroot package's Config.in (scripts/package.sh,
 # scripts/recipe.sh, tests/package); `bench` the instruction counter and the timer of
@@ -28,6 +25,7 @@ for extra in "$@"; do
   case $extra in
     armhf) PACKAGES+=(crossbuild-essential-armhf qemu-user debootstrap) ;;
     guest) PACKAGES+=(qemu-system-x86 linux-image-amd64 iw cpio) ;;
+    guest-armhf) PACKAGES+=(qemu-system-arm debootstrap cpio) ;;
     package) PACKAGES+=(dpkg-dev lintian udev python3-kconfiglib) ;;
     bench) PACKAGES+=(valgrind time) ;;
     fuzz) PACKAGES+=(clang-14 libfuzzer-14-dev) ;;

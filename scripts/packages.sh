@@ -10,3 +10,12 @@ LIBRARY_PACKAGES=(
   libubootenv-dev
   libgtest-dev libgmock-dev
 )
+# What the tests and the simulated player run: installed here (install-deps.sh) and in the
+# armhf guest's root (tools/guest/armhf-root.sh).
+RUNTIME_PACKAGES=(
+  dbus-daemon python3-pytest python3-dbus python3-dbusmock python3-gi
+  iproute2 util-linux procps psmisc kmod
+  dhcpcd-base udhcpd busybox-static iptables linuxptp faketime
+  wpasupplicant hostapd avahi-daemon socat ppp chrony
+  gnutls-bin openssl strace
+)

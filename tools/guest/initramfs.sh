@@ -1,22 +1,23 @@
 #!/usr/bin/env bash
-# Builds the guest's initramfs: busybox, the modules that reach the host's root
+# Builds the guest's initramfs: busybox, the modules that reach the guest's root
 # over virtio-9p (with what they depend on, from the kernel's own modules.dep)
-# and init.  Usage: initramfs.sh KERNEL_VERSION OUTPUT
+# and init, all taken from ROOT (default /, this machine's own).
+# Usage: initramfs.sh KERNEL_VERSION OUTPUT [ROOT]
 set -euo pipefail
-kver=$1 out=$2
+kver=$1 out=$2 base=${3:-}
 here=$(cd "$(dirname "$0")" && pwd)
-moddir=/lib/modules/$kver
+moddir=$base/lib/modules/$kver
 wanted=(virtio_pci 9pnet_virtio 9p overlay)
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 mkdir -p "$work"/{bin,dev,proc,sys,newroot,lower,upper,modules}
 # The initramfs has no libraries: busybox must be the static build.
-if ldd /bin/busybox >/dev/null 2>&1; then
-  echo "initramfs: /bin/busybox is not statically linked (install busybox-static)" >&2
+if readelf -l "$base/bin/busybox" | grep -q INTERP; then
+  echo "initramfs: $base/bin/busybox is not statically linked (install busybox-static)" >&2
   exit 1
 fi
-cp /bin/busybox "$work/bin/busybox"
+cp "$base/bin/busybox" "$work/bin/busybox"
 ln -s busybox "$work/bin/sh"
 cp "$here/init" "$work/init"
 chmod +x "$work/init"
@@ -35,7 +36,7 @@ add_module() {
   order+=("$path")
 }
 for name in "${wanted[@]}"; do
-  path=$(modprobe -S "$kver" --show-depends "$name" | awk '$1 == "insmod" {print $2}' | tail -1)
+  path=$(modprobe -d "${base:-/}" -S "$kver" --show-depends "$name" | awk '$1 == "insmod" {print $2}' | tail -1)
   add_module "${path#$moddir/}"
 done
 for path in "${order[@]}"; do
@@ -49,5 +50,7 @@ for path in "${order[@]}"; do
   echo "${file%%.ko*}.ko" >> "$work/modules/order"
 done
 
-(cd "$work" && find . -print0 | cpio --null -o -H newc --quiet) | gzip -1 > "$out.tmp"
-mv "$out.tmp" "$out"
+# Written aside and moved into place: runners that start together may both make it.
+tmp=$(mktemp "$out.XXXXXX")
+(cd "$work" && find . -print0 | cpio --null -o -H newc --quiet) | gzip -1 > "$tmp"
+mv "$tmp" "$out"

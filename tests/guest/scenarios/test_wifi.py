@@ -49,6 +49,11 @@ def wait_connected(player, supplicant):
     assert player.supplicant_state("wlan0") == "completed"
 
 
+def link_check(player):
+    check = player.linkrig("wlan0", "checklink")
+    return check.returncode, check.stdout
+
+
 def addresses(player):
     return re.findall(r"inet (\S+)", player.run(["ip", "-4", "addr", "show", "wlan0"]).stdout)
 
@@ -90,10 +95,12 @@ def test_led_blinks_until_associated_and_addressed(wifi_player):
     assert player.supplicant_state("wlan0") in ("scanning", "disconnected", "inactive")
     assert player.led("wifi") == blinking(100)
     assert "Not connected" in player.run(["iw", "dev", "wlan0", "link"], check=True).stdout
+    assert link_check(player) == (1, "wlan0: Link is down\n")
 
     player.set_setting(".omba1", "wi", SSID)
     linkrig_ok(player, "wlan0", "reconfigure", "Failed")
     wait_connected(player, supplicant)
+    assert link_check(player) == (0, "wlan0: Link is up\n")
     linkrig_ok(player, "wlan0", "update", "Failed")
     assert player.led("wifi") == blinking(500)
     assert not [a for a in addresses(player) if not a.startswith("169.254.")]
