@@ -24,9 +24,13 @@ make_guest_root() {
     return 1
   fi
   # busybox-static last: udhcpd brought the shared busybox too, which it replaces.
+  # dpkg's database says they are installed, so that a package installed in the guest finds
+  # what it depends on.
   for deb in $(ls "$tmp"/var/cache/apt/archives/*.deb | grep -v /busybox-static_) \
       "$tmp"/var/cache/apt/archives/busybox-static_*.deb; do
     dpkg-deb --fsys-tarfile "$deb" | tar -x --keep-directory-symlink -C "$tmp"
+    { dpkg-deb -f "$deb" | sed '1a Status: install ok installed'; echo; } \
+      >> "$tmp/var/lib/dpkg/status"
   done
   rm -rf "$tmp/debootstrap" "$tmp"/var/cache/apt/archives/*.deb "$tmp.log"
   # In a container debootstrap makes proc a link to the host's /proc.

@@ -11,6 +11,7 @@ hook), the real daemons on the player (registry, wpa_supplicant, Avahi) and on t
 Every linkrig run goes through a wrapper that logs its arguments, times, status and standard
 error (RUNS, ERRORS), so that a test can tell which runs waited."""
 
+import subprocess
 import time
 from pathlib import Path
 
@@ -180,9 +181,14 @@ def floor(player):
     return wait_configured(player, started)
 
 
+def architecture():
+    return subprocess.run(["dpkg", "--print-architecture"], check=True, capture_output=True,
+                          text=True).stdout.strip()
+
+
 def package(directory):
-    """The amd64 package in directory."""
-    found = sorted(Path(directory).glob("linkrig_*_amd64.deb"))
+    """The package in directory for this machine's architecture."""
+    found = sorted(Path(directory).glob(f"linkrig_*_{architecture()}.deb"))
     return found[-1] if found else None
 
 

@@ -1,4 +1,4 @@
-"""The whole player: the amd64 package installed with dpkg, its boot script, udev rule (the
+"""The whole player: the package of the guest's architecture installed with dpkg, its boot script, udev rule (the
 real systemd-udevd) and dhcpcd hook (the real dhcpcd), the real linkrig and every real daemon.
 It boots through the boot script, then lives through a pulled cable, a renewed lease and a
 port plugged in late; no run may wait for another one's lock for more than a second."""
@@ -24,7 +24,7 @@ PACKAGES = Path(os.environ.get("LINKRIG_PACKAGES", ROOT / "build" / "packages"))
 def booted(make_player):
     deb = whole.package(PACKAGES)
     if deb is None:
-        pytest.skip(f"no amd64 package in {PACKAGES}: run scripts/package.sh")
+        pytest.skip(f"no {whole.architecture()} package in {PACKAGES}: run scripts/package.sh")
     with Radios(2) as radios:
         player = whole.make(make_player, radios)
         whole.install(player, deb)
@@ -56,8 +56,15 @@ def assert_as_booted(player, since):
     for led in ("ethernet", "wifi"):
         assert wait_for(lambda: player.led(led) == {"trigger": "none", "brightness": "255"},
                         timeout=10, interval=0.2, what=f"the {led} LED on")
-    nat = player.run(["iptables", "-t", "nat", "-S", "POSTROUTING"], check=True).stdout
-    assert re.findall(r"-A POSTROUTING .*", nat) == ["-A POSTROUTING -o eth0 -j MASQUERADE"]
+
+    def nat():
+        rules = player.run(["iptables", "-t", "nat", "-S", "POSTROUTING"], check=True).stdout
+        return re.findall(r"-A POSTROUTING .*", rules)
+    try:
+        wait_for(lambda: nat() == ["-A POSTROUTING -o eth0 -j MASQUERADE"], timeout=10,
+                 interval=0.2, what="NAT on eth0")
+    except TimeoutError as e:
+        raise AssertionError(f"{e}: {nat()}\n{whole.diagnosis(player)}") from None
     assert player.hostname() == player.avahi_host_name() == whole.HOST_NAME
     assert all(took <= 1.0 for took, _ in waits(player, since)), waits(player, since)
     return len(player.read_file(whole.ERRORS))
