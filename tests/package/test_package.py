@@ -1,6 +1,6 @@
 """The Debian packages as a firmware integrator gets them (scripts/package.sh): what they
-hold and need, the armhf program under qemu-arm, the amd64 package installed into a simulated
-player, and the boot and hot-plug glue it ships, driven there by the real udevd and dhcpcd."""
+hold and need, and the amd64 package installed into a simulated player. Each package, with the
+glue it ships, boots a whole player in the guest of its architecture (tests/guest/scenarios)."""
 
 import os
 import re
@@ -10,14 +10,11 @@ from pathlib import Path
 
 import pytest
 
-from player import wait_for
-
 ROOT = Path(__file__).resolve().parents[2]
 PACKAGES = Path(os.environ.get("LINKRIG_PACKAGES", ROOT / "build" / "packages"))
 SYSROOT = os.environ.get("LINKRIG_ARMHF_SYSROOT", "/var/cache/linkrig/armhf-sysroot")
 TRIPLETS = {"amd64": "x86_64-linux-gnu", "armhf": "arm-linux-gnueabihf"}
 EXAMPLES = "/usr/share/doc/linkrig/examples"
-USAGE = "Usage: linkrig <interface> init|add|start|stop|reconfigure|checklink\n"
 # Where a player installs the glue: boot script, udev rule and the program it runs, dhcpcd hook.
 GLUE = [("linkrig.init", "/etc/init.d/linkrig", "755"),
         ("90-linkrig.rules", "/etc/udev/rules.d/90-linkrig.rules", "644"),
@@ -86,24 +83,6 @@ def test_contents_version_and_depends(arch, tmp_path):
     assert set(depends) == {owner.split(":")[0] for owner, _ in found}
 
 
-@pytest.mark.parametrize("args, status, stdout, stderr", [
-    ((), 1, "", "linkrig: too few args\n" + USAGE),
-    # Administratively down: no link, before any driver is asked.
-    (("eth0", "checklink"), 1, "eth0: Link is down\n", "linkrig: eth0 checklink\n"),
-    # qemu-arm passes neither the ethtool nor the wireless query on; a ppp link that is up
-    # has link without them.
-    (("ppp0", "checklink"), 0, "ppp0: Link is up\n", "linkrig: ppp0 checklink\n"),
-])
-@pytest.mark.player(ports=("eth0", "ppp0"), hwvars={"VL_HWFLAGS": "0x10"})
-def test_armhf_program_under_qemu(player, tmp_path, args, status, stdout, stderr):
-    if not os.path.isdir(f"{SYSROOT}/usr/lib/arm-linux-gnueabihf"):
-        pytest.skip(f"no armhf sysroot in {SYSROOT}: run scripts/armhf.sh")
-    package("armhf", tmp_path)
-    player.set_link("eth0", up=False)
-    result = player.run(["qemu-arm", "-L", SYSROOT, tmp_path / "usr/sbin/linkrig", *args])
-    assert (result.returncode, result.stdout, result.stderr) == (status, stdout, stderr)
-
-
 @pytest.mark.player(hwvars={"VL_HWFLAGS": "0x10", "VL_OEM_ID": "ACME", "VL_OEM_MODEL": "Box",
                             "VL_FORMAT": "1", "VL_SERIAL": "S1"})
 def test_installed_package_starts_a_wired_port(installed):
@@ -126,66 +105,3 @@ def test_installed_package_starts_a_wired_port(installed):
     assert (page.stdout, page.stderr) == ("/usr/share/man/man8/linkrig.8.gz\n", "")
     # Nothing reached the host.
     assert not os.path.exists("/usr/sbin/linkrig") and run(["dpkg", "-s", "linkrig"]).returncode
-
-
-@pytest.fixture
-def glue(installed):
-    """The installed glue where a player has it, a recording stand-in for linkrig, and the real
-    udevd with the distribution's rules hidden: only the glue's rule runs, nothing on the host's."""
-    player = installed
-    for name, path, mode in GLUE:
-        player.run(["install", "-D", "-m", mode, f"{EXAMPLES}/{name}", path], check=True)
-    player.run(["mount", "-t", "tmpfs", "rules", "/usr/lib/udev/rules.d"], check=True)
-    player.start_daemon("udevd", ["/lib/systemd/systemd-udevd"],
-                        ready=lambda p: p.exists("/run/udev/control"))
-    return player.replace_program("/usr/sbin/linkrig")
-
-
-def new_calls(linkrig, argv, count=0):
-    """Runs argv in the player, lets udev and any hook finish, and returns the linkrig runs
-    it caused (waiting until there are at least count of them)."""
-    before = len(linkrig.calls())
-    linkrig.player.run(argv, check=True)
-    linkrig.player.run(["udevadm", "settle", "--timeout=10"], check=True)
-    wait_for(lambda: len(linkrig.calls()) >= before + count, 20, what=f"{count} linkrig runs")
-    return linkrig.calls()[before:]
-
-
-def veth(name):
-    return ["ip", "link", "add", name, "type", "veth", "peer", "name", f"x{name}", "netns", "lan"]
-
-
-@pytest.mark.player(ports=("eth0", "wlan0"), hwvars={"VL_HWFLAGS": "0x10"})
-def test_boot_and_hotplug_glue(glue):
-    linkrig, player = glue, glue.player
-    # Before the boot script has run, a new port is only announced.
-    assert new_calls(linkrig, veth("eth1")) == [["eth1", "add"]]
-    # VLAN links and internal ones are not ports; ppp0 is the modem's.
-    for name in ("eth0.7", "ipc0"):
-        player.run(veth(name), check=True)
-    player.write_file("/dev/modem", "")
-    # The ports side by side, each "init" before its "start".
-    boot = new_calls(linkrig, ["/etc/init.d/linkrig", "start"])
-    ports = [[port, action] for port in ("eth0", "eth1", "wlan0") for action in ("init", "start")]
-    assert (boot[0], sorted(boot[1:-1]), boot[-1]) == (["host", "start"], ports, ["ppp0", "init"])
-    assert all(boot.index([port, "init"]) < boot.index([port, "start"]) for port, _ in ports)
-    # After it, a new port is started too.
-    assert new_calls(linkrig, veth("eth2")) == [["eth2", "add"], ["eth2", "start"]]
-    assert new_calls(linkrig, veth("eth2.5")) == []
-    assert new_calls(linkrig, ["ip", "link", "del", "eth2"]) == [["eth2", "remove"]]
-    assert new_calls(linkrig, ["/etc/init.d/linkrig", "stop"]) == [
-        ["ppp0", "stop"], ["eth0", "stop"], ["eth1", "stop"], ["wlan0", "stop"]]
-
-    # The real dhcpcd, its lease from the lan, and its hook: the carrier first, then the lease.
-    player.skip_address_probing()
-    player.lan.run(["ip", "addr", "add", "192.168.50.1/24", "dev", "peer-eth0"], check=True)
-    conf = "/run/player/lan-udhcpd.conf"
-    player.write_file(conf, "interface peer-eth0\nstart 192.168.50.100\nend 192.168.50.150\n"
-                      "pidfile /run/player/lan-udhcpd.pid\nlease_file /run/player/lan.leases\n"
-                      "option subnet 255.255.255.0\noption router 192.168.50.1\n")
-    player.lan.start_daemon("lan-udhcpd", ["busybox", "udhcpd", "-f", conf])
-    assert new_calls(linkrig, ["dhcpcd", "-b", "eth0"], count=3) == [
-        ["eth0", "checklink"], ["eth0", "update"], ["eth0", "update"]]
-    assert "inet 192.168.50." in player.run(["ip", "-4", "addr", "show", "eth0"]).stdout
-    assert new_calls(linkrig, ["ip", "-n", "lan", "link", "set", "peer-eth0", "down"],
-                     count=2) == [["eth0", "checklink"], ["eth0", "update"]]

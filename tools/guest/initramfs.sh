@@ -37,7 +37,7 @@ add_module() {
 }
 for name in "${wanted[@]}"; do
   path=$(modprobe -d "${base:-/}" -S "$kver" --show-depends "$name" | awk '$1 == "insmod" {print $2}' | tail -1)
-  add_module "${path#$moddir/}"
+  add_module "${path#*/lib/modules/$kver/}"
 done
 for path in "${order[@]}"; do
   file=$(basename "$path")

@@ -193,12 +193,13 @@ def package(directory):
 
 
 def run_log(player):
-    """The linkrig runs so far: (start, end, status, argument list)."""
+    """The linkrig runs so far, in the order they started: (start, end, status, argument
+    list)."""
     if not player.exists(RUNS):
         return []
     runs = []
     for line in player.read_file(RUNS).splitlines():
         start, end, status, *args = line.split()
         runs.append((float(start), float(end), int(status), args))
-    return runs
+    return sorted(runs, key=lambda run: run[0])
 

@@ -72,6 +72,14 @@ def assert_as_booted(player, since):
 
 def test_boots_and_lives_through_its_events(booted):
     player = booted
+    # The boot script: "host start" first, each port's "init" before its "start"; the VLAN
+    # that eth0's start makes is no port of its own to the hot-plug rule (only its dhcpcd's
+    # hook runs linkrig for it).
+    boot = [args for *_, args in whole.run_log(player)]
+    assert boot[0] == ["host", "start"], boot
+    assert all(boot.index([port, "init"]) < boot.index([port, "start"])
+               for port in ("eth0", "eth1", "wlan0")), boot
+    assert not [args for args in boot if args[0] == "eth0.12" and args[1] in ("add", "start")]
     # Booting, the ports take turns only for their host-wide changes, which wait for nothing.
     assert all(lock.endswith("/linkrig-host.lock") for _, lock in waits(player))
     seen = assert_as_booted(player, len(player.read_file(whole.ERRORS)))
@@ -107,5 +115,17 @@ def test_boots_and_lives_through_its_events(booted):
         raise AssertionError(f"{e}\n{whole.diagnosis(player)}") from None
     assert len(player.dhcp_clients("eth2")) == 1
     assert_as_booted(player, seen)
+
+    # Unplugged, and then the player shut down: each port stopped once, with no address and
+    # no DHCP client left.
+    player.run(["ip", "link", "del", "eth2"], check=True)
+    wait_for(lambda: ["eth2", "remove"] in [r[3] for r in whole.run_log(player)], timeout=30,
+             interval=0.2, what="eth2 removed")
+    player.run(["/etc/init.d/linkrig", "stop"], check=True, timeout=120)
+    stops = [r[3][0] for r in whole.run_log(player) if r[3][1] == "stop"]
+    assert sorted(stops) == ["eth0", "eth1", "wlan0"], stops
+    left = [(ifname, whole.addresses(player, ifname), player.dhcp_clients(ifname))
+            for ifname in stops if whole.addresses(player, ifname) or player.dhcp_clients(ifname)]
+    assert not left, f"{left}\n{whole.diagnosis(player)}"
     assert all(status == 0 for _, _, status, args in whole.run_log(player)
                if args[1] != "checklink"), whole.run_log(player)
