@@ -1,6 +1,9 @@
 #include "apps/steps/dhcp.h"
 
+#include <csignal>
+#include <cstdint>
 #include <exception>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,6 +15,9 @@ namespace corvo {
 namespace {
 
 constexpr char kDhcpClient[] = "/sbin/dhcpcd";
+constexpr char kDhcpClientPidDir[] = "/run/dhcpcd/";
+// How long a stopping client may take: it may be running a hook first.
+constexpr std::int64_t kClientStopGraceUs = 10000000;
 
 // A stored address is handed to the client as static option values, so that
 // one program owns the interface's addresses in both cases.
@@ -70,6 +76,19 @@ void ConfigureDhcp(const RunContext& run, Phase phase) {
   }
   args.push_back(ifname);
 
+  // "-x" only asks the client to stop and returns: busy with a hook, it may still apply a
+  // renewed lease after the addresses below are removed. So the client is stopped (as "-x"
+  // would) and waited for first.
+  if (!start) {
+    if (const std::optional<pid_t> running =
+            platform.programs.ReadPidFile(kDhcpClientPidDir + ifname + ".pid", "dhcpcd")) {
+      try {
+        platform.programs.KillProcessAndWait(*running, SIGTERM, kClientStopGraceUs);
+      } catch (const std::exception&) {
+        // It went by itself in the meantime.
+      }
+    }
+  }
   const int status = platform.programs.Run(kDhcpClient, args);
   // Stopping a client that is not running fails, and that is normal.
   if (start && status != 0) platform.log.Print("linkrig: Failed to spawn dhcpcd: %d\n", status);

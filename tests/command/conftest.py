@@ -23,9 +23,3 @@ def ip_forward(player):
     # Read from inside: /proc/sys/net shows the reader's network namespace.
     return player.run(["cat", "/proc/sys/net/ipv4/ip_forward"], check=True).stdout.strip()
 
-
-def dhcpcd_stuck(player, pids):
-    """dhcpcd 9.4.1 on a loaded machine now and then catches the signal to end and stays in
-    its poll loop: the request is what linkrig owes, the exit is dhcpcd's."""
-    log = player.kmsg()
-    return all(f"pid {pid} failed to exit\n" in log for pid in pids)

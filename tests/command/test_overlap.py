@@ -7,7 +7,6 @@ import time
 from concurrent.futures import ThreadPoolExecutor
 
 import pytest
-from conftest import dhcpcd_stuck
 
 from player import wait_for
 
@@ -30,17 +29,9 @@ def at_once(player, *runs):
 
 
 def settled(player, count):
-    """dhcpcd's clients of eth0 once it has settled on count of them; one stuck on its way out
-    (see dhcpcd_stuck) is put away, so that the next round starts clean."""
-    try:
-        wait_for(lambda: len(player.dhcp_clients("eth0")) == count, timeout=15, interval=0.1,
-                 what=f"{count} dhcpcd for eth0")
-    except TimeoutError:
-        left = player.dhcp_clients("eth0")
-        if count or not left or not dhcpcd_stuck(player, left):
-            raise
-        player.run(["kill", "-KILL"] + [str(pid) for pid in left])
-        wait_for(lambda: not player.dhcp_clients("eth0"), what="the stuck dhcpcd to go")
+    """dhcpcd's clients of eth0 once it has settled on count of them."""
+    wait_for(lambda: len(player.dhcp_clients("eth0")) == count, timeout=15, interval=0.1,
+             what=f"{count} dhcpcd for eth0")
     time.sleep(0.5)  # a late extra one would show now
     return player.dhcp_clients("eth0")
 
