@@ -103,6 +103,14 @@ void FillOutcomes(RunRecord& record, Platform& run, bool port, const std::except
   }
 }
 
+// Each is read again by every start and reconfigure: the latest few are enough.
+constexpr std::size_t kRejectedKept = 8;
+
+void Reject(KnownGood& known, const KeptSet& set) {
+  known.rejected.push_back(KeysOf(set));
+  if (known.rejected.size() > kRejectedKept) known.rejected.erase(known.rejected.begin());
+}
+
 bool IsTried(const std::string& action) { return action == "start" || action == "reconfigure"; }
 
 }  // namespace
@@ -200,13 +208,14 @@ bool SafeApply::StoredAs(const KeptSet& set) {
 }
 
 int SafeApply::Run(const std::string& ifname, const std::string& action, bool port) {
-  const std::optional<Options> options =
-      port && (IsTried(action) || action == "stop") ? ReadOptions() : std::nullopt;
+  const bool judged = port && (IsTried(action) || action == "stop");
+  // A newer run decides afresh, even when the target is gone by now.
+  if (judged) EndWatcher(ifname);
+  const std::optional<Options> options = judged ? ReadOptions() : std::nullopt;
   KnownGood known;
   RunRecord record{ifname, action, {}, {}, {}, {}, 0};
   bool use_good = false;
   if (options) {
-    EndWatcher(ifname);
     known = LoadKnownGood(m_platform, ifname);
     bool changed = false;
     if (action == "stop" && known.pending) {
@@ -229,7 +238,7 @@ int SafeApply::Run(const std::string& ifname, const std::string& action, bool po
         m_platform.log.Print(
             "linkrig: %s: not confirmed after %u starts; applying the known-good set\n", ifname,
             known.pending->boots);
-        known.rejected.push_back(KeysOf(known.pending->set));
+        Reject(known, known.pending->set);
         use_good = true;
         record.trial = {"rolled back", known.pending->started, Now()};
       } else {
@@ -353,7 +362,7 @@ int SafeApply::Confirm(const std::string& ifname) {
   if (Reach(ifname, *options)) {
     m_platform.log.Print("linkrig: %s: reached %s with the known-good set; change rolled back\n",
                          ifname, host);
-    decide("rolled back", [](KnownGood& now) { now.rejected.push_back(KeysOf(now.pending->set)); });
+    decide("rolled back", [](KnownGood& now) { Reject(now, now.pending->set); });
     return 0;
   }
   m_platform.log.Print("linkrig: %s: %s not reached either way; applying the stored settings\n",

@@ -153,3 +153,14 @@ def test_bad_terms_give_one_line_and_no_trial(player):
         assert record(player)["trial"] == {"state": "none"} and not player.pids("linkrig")
         assert not player.exists(KNOWN)
         player.set_setting("networking", key, {"confirm_target": "192.168.50.1:7000"}.get(key, ""))
+    # A known-good file that does not parse is said and taken as absent; a stop ends the trial
+    # without judgement.
+    player.makedirs("/var/lib/linkrig")
+    player.write_file(KNOWN, "{")
+    result = run(player, "reconfigure", WRONG)
+    assert re.search(r"^linkrig: /var/lib/linkrig/eth0\.json is corrupt \(.+\); taken as absent$",
+                     result.stderr, re.M), result.stderr
+    assert record(player)["trial"]["state"] == "trying"
+    run(player, "stop")
+    assert not player.pids("linkrig") and "pending" not in json.loads(player.read_file(KNOWN))
+    assert record(player)["trial"] == {"state": "none"}
