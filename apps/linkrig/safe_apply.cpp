@@ -204,7 +204,17 @@ void SafeApply::StartWatcher(const std::string& ifname) {
 }
 
 bool SafeApply::StoredAs(const KeptSet& set) {
-  return Fingerprint(ReadAgain(set.readings, m_platform.settings)) == set.fingerprint;
+  // The sets share most of their keys: each is asked for once.
+  std::vector<Reading> now = set.readings;
+  for (Reading& reading : now) {
+    const auto key = std::make_pair(reading.section, reading.key);
+    auto known = m_stored.find(key);
+    if (known == m_stored.end()) {
+      known = m_stored.emplace(key, m_platform.settings.Read(reading.section, reading.key)).first;
+    }
+    reading.value = known->second;
+  }
+  return Fingerprint(now) == set.fingerprint;
 }
 
 int SafeApply::Run(const std::string& ifname, const std::string& action, bool port) {
@@ -263,8 +273,9 @@ int SafeApply::Run(const std::string& ifname, const std::string& action, bool po
     record.exit_status = 2;
   }
   const std::vector<Reading>& readings = reading.Readings();
+  // Only a record or a trial needs it: a plan, say, loads no digest library.
   try {
-    record.fingerprint = Fingerprint(readings);
+    if (m_keep_record || options) record.fingerprint = Fingerprint(readings);
   } catch (const std::exception& e) {
     m_platform.log.Print("linkrig: no fingerprint: %s\n", e.what());
   }

@@ -9,8 +9,10 @@
 // a record (run_record.h).
 
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "apps/linkrig/run_record.h"
@@ -76,7 +78,7 @@ class SafeApply {
   std::optional<Options> ReadOptions();
   void EndWatcher(const std::string& ifname);
   void StartWatcher(const std::string& ifname);
-  // Whether one of the readings, read again now, matches a rejected or the pending set.
+  // Whether the set's keys, read again now, give its fingerprint.
   bool StoredAs(const KeptSet& set);
   bool Reach(const std::string& ifname, const Options& options);
   std::string Now();
@@ -84,6 +86,7 @@ class SafeApply {
   Platform& m_platform;
   Actions& m_actions;
   bool m_keep_record;
+  std::map<std::pair<std::string, std::string>, std::string> m_stored;  // for StoredAs
 };
 
 }  // namespace corvo

@@ -72,13 +72,4 @@ std::string Fingerprint(const std::vector<Reading>& readings) {
   return text;
 }
 
-std::vector<Reading> ReadAgain(const std::vector<Reading>& readings, Settings& store) {
-  std::vector<Reading> now;
-  now.reserve(readings.size());
-  for (const Reading& reading : readings) {
-    now.push_back({reading.section, reading.key, store.Read(reading.section, reading.key)});
-  }
-  return now;
-}
-
 }  // namespace corvo

@@ -47,7 +47,4 @@ class KeptSettings : public Settings {
 // orders, and may ask for different keys that are not stored; they must match.
 std::string Fingerprint(const std::vector<Reading>& readings);
 
-// The same keys read again from the store: what the readings would be now.
-std::vector<Reading> ReadAgain(const std::vector<Reading>& readings, Settings& store);
-
 }  // namespace corvo
