@@ -17,7 +17,7 @@ pytestmark = [pytest.mark.usefixtures("linkrig_binary"),
 GOOD = {"ip": "c0a83202", "nm": "ffffff00", "vlans": "0,12"}
 OTHER = {"ip": "c0a83203", "nm": "ffffff00"}  # 192.168.50.3/24, as good
 WRONG = {"ip": "0a090902", "nm": "ffffff00"}  # 10.9.9.2/24, cut off from it
-SECONDS = 3
+SECONDS = 5  # dhcpcd takes its time on a loaded machine, more so under the sanitizers
 RECORD = "/run/linkrig/eth0.json"
 KNOWN = "/var/lib/linkrig/eth0.json"
 WATCHER = "/var/run/linkrig-eth0.confirm.pid"
@@ -86,8 +86,8 @@ def test_right_change_confirmed_wrong_one_rolled_back(player):
     assert good["good"]["fingerprint"] == record(player)["fingerprint"] and "pending" not in good
 
     run(player, "reconfigure", WRONG)
-    wait_for(lambda: has_address(player, "10.9.9.2"), timeout=10, what="the wrong address")
-    assert decided(player) == "rolled back"
+    # Within the window and a few seconds: the known-good set reaches the server at once.
+    assert decided(player, timeout=SECONDS + 8) == "rolled back"
     assert has_address(player, "192.168.50.2") and not has_address(player, "10.9.9.2")
     assert reaches_server(player)
     trial = record(player)["trial"]
