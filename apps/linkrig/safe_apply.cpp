@@ -22,6 +22,7 @@ constexpr char kKnownGoodDirectory[] = "/var/lib/linkrig/";
 constexpr unsigned int kBootsBeforeRollback = 2;
 constexpr int kAttemptMs = 1000;
 constexpr std::chrono::milliseconds kBetweenAttempts{500};
+constexpr std::int64_t kWatcherEndUs = 2000000;
 
 // Beside the run lock.
 std::string WatcherPidPath(const std::string& ifname) {
@@ -180,18 +181,14 @@ std::optional<SafeApply::Options> SafeApply::ReadOptions() {
 }
 
 void SafeApply::EndWatcher(const std::string& ifname) {
-  const std::optional<std::string> text = m_platform.files.Read(WatcherPidPath(ifname));
-  if (!text) return;
-  char* end = nullptr;
-  const long pid = std::strtol(text->c_str(), &end, 10);
-  if (end == text->c_str() || pid <= 0 || pid > INT_MAX) return;
-  // Only a watcher: the PID may be another process's by now.
-  const std::optional<std::string> stat =
-      m_platform.files.Read("/proc/" + std::to_string(pid) + "/stat");
-  if (stat && stat->find("(linkrig)") != std::string::npos) {
-    m_platform.programs.KillProcessAndWait(static_cast<pid_t>(pid), SIGTERM, 2000000);
+  const std::string path = WatcherPidPath(ifname);
+  // A watcher removes the file when it ends; one killed leaves it behind.
+  if (!m_platform.files.Exists(path)) return;
+  // Only a linkrig: the PID may be another process's by now.
+  if (const std::optional<pid_t> pid = m_platform.programs.ReadPidFile(path, "linkrig")) {
+    m_platform.programs.KillProcessAndWait(*pid, SIGTERM, kWatcherEndUs);
   }
-  m_platform.files.Remove(WatcherPidPath(ifname));
+  m_platform.files.Remove(path);
 }
 
 void SafeApply::StartWatcher(const std::string& ifname) {
@@ -326,9 +323,15 @@ bool SafeApply::Reach(const std::string& ifname, const Options& options) {
 }
 
 int SafeApply::Confirm(const std::string& ifname) {
+  Decide(ifname);
+  m_platform.files.Remove(WatcherPidPath(ifname));
+  return 0;
+}
+
+void SafeApply::Decide(const std::string& ifname) {
   const std::optional<Options> options = ReadOptions();
   KnownGood known = LoadKnownGood(m_platform, ifname);
-  if (!options || !known.pending) return 0;
+  if (!options || !known.pending) return;
   const PendingTrial trial = *known.pending;
   const std::string host = options->target.host + ":" + std::to_string(options->target.port);
   // Under the lock, the trial still this watcher's: a newer run ends the watcher, but may have
@@ -348,13 +351,13 @@ int SafeApply::Confirm(const std::string& ifname) {
   if (Reach(ifname, *options)) {
     m_platform.log.Print("linkrig: %s: reached %s; the settings are confirmed\n", ifname, host);
     decide("confirmed", [&](KnownGood& now) { now.good = now.pending->set; });
-    return 0;
+    return;
   }
   if (!known.good) {
     m_platform.log.Print("linkrig: %s: %s not reached; no known-good set to go back to\n", ifname,
                          host);
     decide("not confirmed", [](KnownGood&) {});
-    return 0;
+    return;
   }
   m_platform.log.Print("linkrig: %s: %s not reached; applying the known-good set\n", ifname, host);
   bool mine = false;
@@ -369,17 +372,16 @@ int SafeApply::Confirm(const std::string& ifname) {
     }
   }
   m_actions.LockReleased(ifname);
-  if (!mine) return 0;
+  if (!mine) return;
   if (Reach(ifname, *options)) {
     m_platform.log.Print("linkrig: %s: reached %s with the known-good set; change rolled back\n",
                          ifname, host);
     decide("rolled back", [](KnownGood& now) { Reject(now, now.pending->set); });
-    return 0;
+    return;
   }
   m_platform.log.Print("linkrig: %s: %s not reached either way; applying the stored settings\n",
                        ifname, host);
   decide("not confirmed", [&](KnownGood&) { m_actions.Apply(m_platform, ifname, "reconfigure"); });
-  return 0;
 }
 
 }  // namespace corvo

@@ -81,6 +81,8 @@ class SafeApply {
   // Whether the set's keys, read again now, give its fingerprint.
   bool StoredAs(const KeptSet& set);
   bool Reach(const std::string& ifname, const Options& options);
+  // The watcher's judgement, without its PID file.
+  void Decide(const std::string& ifname);
   std::string Now();
 
   Platform& m_platform;
