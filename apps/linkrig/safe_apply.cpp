@@ -323,7 +323,12 @@ bool SafeApply::Reach(const std::string& ifname, const Options& options) {
 }
 
 int SafeApply::Confirm(const std::string& ifname) {
-  Decide(ifname);
+  try {
+    Decide(ifname);
+  } catch (...) {
+    m_platform.files.Remove(WatcherPidPath(ifname));
+    throw;
+  }
   m_platform.files.Remove(WatcherPidPath(ifname));
   return 0;
 }
@@ -336,7 +341,8 @@ void SafeApply::Decide(const std::string& ifname) {
   const std::string host = options->target.host + ":" + std::to_string(options->target.port);
   // Under the lock, the trial still this watcher's: a newer run ends the watcher, but may have
   // taken the lock first.
-  const auto decide = [&](const char* state, const std::function<void(KnownGood&)>& change) {
+  const auto decide = [&](const std::string& state,
+                          const std::function<void(KnownGood&)>& change) {
     {
       const auto lock = TakeRunLock(m_platform, ifname);
       known = LoadKnownGood(m_platform, ifname);
@@ -344,7 +350,7 @@ void SafeApply::Decide(const std::string& ifname) {
       change(known);
       known.pending.reset();
       SaveKnownGood(m_platform, ifname, known);
-      if (state != nullptr) UpdateRecordedTrial(m_platform, ifname, {state, trial.started, Now()});
+      UpdateRecordedTrial(m_platform, ifname, {state, trial.started, Now()});
     }
     m_actions.LockReleased(ifname);
   };
