@@ -19,6 +19,8 @@ if(LINKRIG_STATIC_LIBS)
 else()
   find_package(fmt REQUIRED)
 endif()
+# Header-only: the run records and the known-good sets.
+find_package(nlohmann_json 3.11 REQUIRED)
 
 # linkrig_package(PREFIX MODULES module... [STATIC archive... [LINK target...]])
 # The pkg-config target PkgConfig::PREFIX; with LINKRIG_STATIC_LIBS and STATIC, one of the

@@ -7,7 +7,7 @@ LIBRARY_PACKAGES=(
   libnl-3-dev libnl-route-3-dev
   libgnutls28-dev libgcrypt20-dev
   libavahi-client-dev libcap-dev libfmt-dev
-  libubootenv-dev
+  libubootenv-dev nlohmann-json3-dev
   libgtest-dev libgmock-dev
 )
 # What the tests and the simulated player run: installed here (install-deps.sh) and in the

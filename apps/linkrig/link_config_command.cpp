@@ -50,6 +50,10 @@ int LinkConfigCommand::Run(int argc, const char* const* argv) {
 
 int LinkConfigCommand::Dispatch(const std::string& ifname, const std::string& action) {
   static const char* const kChanging[] = {"init", "add", "remove", "start", "stop", "reconfigure"};
+  // A trial's watcher takes the lock only while it decides.
+  if (action == kConfirmAction && ifname != kHost) {
+    return SafeApply(m_platform, *this, m_keep_record).Confirm(ifname);
+  }
   // The update of an interface never waits for its lock (run_lock.h): dhcpcd waits for it.
   if (action == "update" && ifname != kHost) {
     RequestUpdate(m_platform, ifname);
@@ -67,7 +71,7 @@ int LinkConfigCommand::Dispatch(const std::string& ifname, const std::string& ac
   int status = 2;
   try {
     const auto lock = TakeRunLock(m_platform, ifname);
-    status = Act(ifname, action);
+    status = Recorded(ifname, action);
   } catch (...) {
     MakeRequestedUpdates(ifname);
     throw;
@@ -93,6 +97,19 @@ int LinkConfigCommand::Act(const std::string& ifname, const std::string& action)
   return 1;
 }
 
+int LinkConfigCommand::Recorded(const std::string& ifname, const std::string& action) {
+  if (action != "start" && action != "stop" && action != "reconfigure" && action != "update") {
+    return Act(ifname, action);
+  }
+  return SafeApply(m_platform, *this, m_keep_record)
+      .Run(ifname, action, IsSupplicantInterface(ifname));
+}
+
+int LinkConfigCommand::Apply(Platform& platform, const std::string& ifname,
+                             const std::string& action) {
+  return LinkConfigCommand(platform).Act(ifname, action);
+}
+
 std::optional<int> LinkConfigCommand::MakeRequestedUpdates(const std::string& ifname) {
   if (ifname == kHost) return 0;
   int status = 0;
@@ -104,7 +121,7 @@ std::optional<int> LinkConfigCommand::MakeRequestedUpdates(const std::string& if
     if (requested.empty()) return status;
     for (const std::string& name : requested) {
       try {
-        Update(RunContext(m_platform, name));
+        Recorded(name, "update");
       } catch (const std::exception& e) {
         m_platform.log.Print("linkrig: EXCEPTION: %s\n", e.what());
         status = 2;
@@ -177,7 +194,7 @@ int LinkConfigCommand::CheckLink(const std::string& ifname) {
   return up ? 0 : 1;
 }
 
-int RunLinkrig(int argc, const char* const* argv, Platform& platform) {
+int RunLinkrig(int argc, const char* const* argv, Platform& platform, bool keep_record) {
   if (argc >= 3) {
     platform.log.Print("linkrig: %s %s\n", argv[1], argv[2]);
   } else {
@@ -198,7 +215,7 @@ int RunLinkrig(int argc, const char* const* argv, Platform& platform) {
     CORVO_ASSERT(false);
   }
 
-  return LinkConfigCommand(platform).Run(argc, argv);
+  return LinkConfigCommand(platform, keep_record).Run(argc, argv);
 }
 
 }  // namespace corvo

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "apps/linkrig/safe_apply.h"
 #include "apps/steps/run_context.h"
 
 namespace corvo {
@@ -12,9 +13,11 @@ namespace corvo {
 constexpr const char* kUsage =
     "Usage: linkrig <interface> init|add|start|stop|reconfigure|checklink\n";
 
-class LinkConfigCommand {
+class LinkConfigCommand : private Actions {
  public:
-  explicit LinkConfigCommand(Platform& platform) : m_platform(platform) {}
+  // keep_record: each changing run leaves its record (run_record.h); a plan leaves none.
+  explicit LinkConfigCommand(Platform& platform, bool keep_record = false)
+      : m_platform(platform), m_keep_record(keep_record) {}
 
   // Everything after the argument echo and the signal set-up; returns the exit status.
   int Run(int argc, const char* const* argv);
@@ -31,12 +34,17 @@ class LinkConfigCommand {
   int Update(const RunContext& run);
   int CheckLink(const std::string& ifname);
   bool IsSupplicantInterface(const std::string& ifname);
+  // The changing actions, with their record and trial.
+  int Recorded(const std::string& ifname, const std::string& action);
+  int Apply(Platform& platform, const std::string& ifname, const std::string& action) override;
+  void LockReleased(const std::string& ifname) override { MakeRequestedUpdates(ifname); }
 
   Platform& m_platform;
+  bool m_keep_record;
 };
 
 // What the command does from its start: the echo of its arguments, the check
 // of the interface name, the signal mask, and the run. Returns the exit status.
-int RunLinkrig(int argc, const char* const* argv, Platform& platform);
+int RunLinkrig(int argc, const char* const* argv, Platform& platform, bool keep_record = false);
 
 }  // namespace corvo

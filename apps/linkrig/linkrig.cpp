@@ -5,5 +5,5 @@
 
 int main(int argc, char** argv) {
   corvo::RealPlatform platform;
-  return corvo::RunLinkrig(argc, argv, platform.Get());
+  return corvo::RunLinkrig(argc, argv, platform.Get(), /*keep_record=*/true);
 }

@@ -129,6 +129,8 @@ class OverlayPlatform::Parts : public Programs,
     m_files.erase(path);
     m_removed.insert(path);
   }
+  // A file kept here needs no directory below.
+  void MakeDirectory(const std::string&, mode_t) override {}
 
   // --- Locks: no other run's lock is waited for, and none is taken.
   std::unique_ptr<HeldLock> Acquire(const std::string&, std::chrono::milliseconds,

@@ -194,6 +194,10 @@ class RecordingPlatform::Parts : public Programs,
   void Remove(const std::string& path) override {
     Change({"remove " + path}, [&] { m_inner.files.Remove(path); });
   }
+  void MakeDirectory(const std::string& path, mode_t mode) override {
+    Change({fmt::format("make directory {} (mode {:04o})", path, static_cast<unsigned>(mode))},
+           [&] { m_inner.files.MakeDirectory(path, mode); });
+  }
 
   // --- Clock
   std::chrono::steady_clock::time_point Now() override { return m_inner.clock.Now(); }

@@ -36,6 +36,8 @@ LIBRARIES = {
     "libnl-route-3": ("libnl", {"BR2_PACKAGE_LIBNL"}, "libnl"),
     "libubootenv": ("libubootenv", {"BR2_PACKAGE_LIBUBOOTENV"}, "libubootenv"),
 }
+# Header-only, so in no link: the JSON library (Buildroot package and option, Yocto recipe).
+HEADERS = ("json-for-modern-cpp", {"BR2_PACKAGE_JSON_FOR_MODERN_CPP"}, "nlohmann-json")
 TOOLCHAIN = {"libc", "libm", "libstdc++", "libgcc_s", "ld-linux-armhf"}
 # What the build runs on the build machine: the proxy generator, pkg-config, scdoc.
 BUILDROOT_HOST = {"host-dbus-cpp", "host-pkgconf", "host-scdoc"}
@@ -137,7 +139,7 @@ def test_buildroot_options_select_what_the_program_links(libraries, tmp_path, mo
     linkrig.set_value(2)
     selected = {sym.name for sym in kconf.unique_defined_syms
                 if sym.tri_value == 2 and sym.name.startswith("BR2_PACKAGE_") and sym != linkrig}
-    assert selected == set().union(*(LIBRARIES[name][1] for name in libraries))
+    assert selected == set().union(HEADERS[1], *(LIBRARIES[name][1] for name in libraries))
 
 
 def test_buildroot_package(libraries):
@@ -147,7 +149,7 @@ def test_buildroot_package(libraries):
     site = values["LINKRIG_SITE"].replace("$(BR2_EXTERNAL_LINKRIG_PATH)", str(BUILDROOT))
     assert (values["LINKRIG_SITE_METHOD"], Path(site).resolve()) == ("local", ROOT)
     assert "name: LINKRIG\n" in (BUILDROOT / "external.desc").read_text()
-    assert set(values["LINKRIG_DEPENDENCIES"].split()) == BUILDROOT_HOST | {
+    assert set(values["LINKRIG_DEPENDENCIES"].split()) == BUILDROOT_HOST | {HEADERS[0]} | {
         LIBRARIES[name][0] for name in libraries}
     # The license file: hashed, and the hash true.
     hashes = re.findall(r"^sha256\s+([0-9a-f]{64})\s+(\S+)$",
@@ -168,7 +170,8 @@ def test_yocto_recipe(libraries):
     values = assignments(recipe)
     text = recipe.read_text()
     assert {"cmake", "pkgconfig"} <= set(" ".join(re.findall(r"^inherit (.*)$", text, re.M)).split())
-    assert set(values["DEPENDS"].split()) == YOCTO_NATIVE | {LIBRARIES[name][2] for name in libraries}
+    assert set(values["DEPENDS"].split()) == YOCTO_NATIVE | {HEADERS[2]} | {
+        LIBRARIES[name][2] for name in libraries}
     options = set(values["EXTRA_OECMAKE"].split())
     buildroot = set(assignments(PACKAGE / "linkrig.mk")["LINKRIG_CONF_OPTS"].split())
     assert options == buildroot | {"-DBUILD_TESTING=OFF"}

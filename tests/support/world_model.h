@@ -190,6 +190,7 @@ class WorldModel : public Programs,
     return files.count(path) != 0 || (below != files.end() && Inside(directory, below->first));
   }
   void Remove(const std::string& path) override { files.erase(path); }
+  void MakeDirectory(const std::string&, mode_t) override {}
 
   // --- Locks: no other run holds one.
   std::unique_ptr<HeldLock> Acquire(const std::string&, std::chrono::milliseconds,

@@ -130,6 +130,20 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"HostName", "hn=player", ACCESSOR(r.host.HostName()), "player"}),
     [](const auto& param_info) { return param_info.param.name; });
 
+// The forms of a trial's target; what does not parse, and the trial, are the command test's.
+TEST_F(ReaderTest, ConfirmTargetForms) {
+  const NetworkingReader networking(world.Get().settings);
+  EXPECT_FALSE(networking.ConfirmTarget());
+  EXPECT_EQ(networking.ConfirmSeconds(), 60u);
+  for (const auto& [stored, text] : {std::pair{"[2001:db8::1]:443", "2001:db8::1 443"},
+                                     {"fe80::1:80", "fe80::1 80"},
+                                     {"mgmt.example.com:7000", "mgmt.example.com 7000"}}) {
+    world.Set("networking", "confirm_target", stored);
+    const std::optional<TcpEndpoint> target = networking.ConfirmTarget();
+    EXPECT_EQ(target ? fmt::format("{} {}", target->host, target->port) : "", text) << stored;
+  }
+}
+
 // eth0, wlan0, ppp0 and eth1 read their sections in the command tests.
 TEST_F(ReaderTest, OtherInterfacesReadTheirOwnSection) {
   for (const std::string ifname : {"eth0.12", "eth0 "}) {

@@ -1,5 +1,6 @@
 #include "lib/platform/settings/interface_reader.h"
 
+#include <arpa/inet.h>
 #include <boost/tokenizer.hpp>
 #include <cctype>
 #include <cerrno>
@@ -20,6 +21,8 @@ constexpr char kNetworkingSection[] = "networking";
 constexpr char kDefaultTimeServer[] = "pool.ntp.org";
 constexpr std::size_t kMaxClientIdentifier = 48;
 constexpr int kMaxVlanId = 4095;
+constexpr unsigned long kDefaultConfirmSeconds = 60;
+constexpr unsigned long kMaxConfirmSeconds = 86400;
 
 bool FitsIn32Bits(unsigned long long value) { return value <= 0xFFFFFFFFull; }
 
@@ -237,6 +240,73 @@ std::string NetworkingReader::TimeServer() const {
 
 std::string NetworkingReader::PtpDomain() const {
   return m_settings->Read(kNetworkingSection, "ptp_domain");
+}
+
+namespace {
+
+// Decimal digits only, within [low, high].
+std::optional<unsigned long> ParseDecimal(const std::string& text, unsigned long low,
+                                          unsigned long high) {
+  if (text.empty() || text.size() > 9) return std::nullopt;
+  for (const char c : text) {
+    if (!std::isdigit(static_cast<unsigned char>(c))) return std::nullopt;
+  }
+  const unsigned long value = std::stoul(text);
+  if (value < low || value > high) return std::nullopt;
+  return value;
+}
+
+bool IsAddressLiteral(const std::string& host) {
+  unsigned char address[16];
+  return inet_pton(AF_INET, host.c_str(), address) == 1 ||
+         inet_pton(AF_INET6, host.c_str(), address) == 1;
+}
+
+// Letters, digits, hyphens and dots, as a DNS name is written.
+bool IsHostName(const std::string& host) {
+  if (host.empty() || host.size() > 253 || host.front() == '.' || host.front() == '-') {
+    return false;
+  }
+  for (const char c : host) {
+    if (!std::isalnum(static_cast<unsigned char>(c)) && c != '-' && c != '.') return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+std::optional<TcpEndpoint> NetworkingReader::ConfirmTarget() const {
+  const std::string value = m_settings->Read(kNetworkingSection, "confirm_target");
+  if (value.empty()) return std::nullopt;
+  const auto bad = [&value] {
+    return std::invalid_argument(
+        fmt::sprintf("confirm_target \"%s\" is not HOST:PORT", value));
+  };
+  const std::string::size_type colon = value.rfind(':');
+  if (colon == std::string::npos) throw bad();
+  std::string host = value.substr(0, colon);
+  const std::optional<unsigned long> port = ParseDecimal(value.substr(colon + 1), 1, 65535);
+  if (!port) throw bad();
+  if (host.size() > 2 && host.front() == '[' && host.back() == ']') {
+    host = host.substr(1, host.size() - 2);
+    unsigned char address[16];
+    if (inet_pton(AF_INET6, host.c_str(), address) != 1) throw bad();
+  } else if (!IsAddressLiteral(host) && (host.find(':') != std::string::npos || !IsHostName(host))) {
+    throw bad();
+  }
+  return TcpEndpoint{host, static_cast<std::uint16_t>(*port)};
+}
+
+unsigned int NetworkingReader::ConfirmSeconds() const {
+  const std::string value = m_settings->Read(kNetworkingSection, "confirm_seconds");
+  if (value.empty()) return kDefaultConfirmSeconds;
+  const std::optional<unsigned long> seconds = ParseDecimal(value, 1, kMaxConfirmSeconds);
+  if (!seconds) {
+    throw std::invalid_argument(fmt::sprintf(
+        "confirm_seconds \"%s\" is not a number of seconds from 1 to %lu", value,
+        kMaxConfirmSeconds));
+  }
+  return static_cast<unsigned int>(*seconds);
 }
 
 std::vector<std::string> SecretForms(const std::string& section, const std::string& key,

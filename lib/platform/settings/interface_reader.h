@@ -10,6 +10,7 @@
 // than 32 bits reads as 0, the same on every word size.
 
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -123,6 +124,12 @@ class HostReader {
   std::string m_serial;
 };
 
+// Where a changed configuration must reach to count as good.
+struct TcpEndpoint {
+  std::string host;
+  std::uint16_t port = 0;
+};
+
 // Host-wide settings of section "networking". A switch is on when its value is not empty.
 class NetworkingReader {
  public:
@@ -133,6 +140,12 @@ class NetworkingReader {
   bool WiredDebug() const;         // "wired_debug": the same for the wired 802.1X port
   std::string TimeServer() const;  // "ntp_server"; empty is "pool.ntp.org"
   std::string PtpDomain() const;   // "ptp_domain", decimal as stored; empty is none
+  // "confirm_target": "HOST:PORT", HOST a name, an IPv4 address or an IPv6 one (bracketed or
+  // not), PORT decimal 1..65535; nothing when not stored. A value that is not such raises
+  // std::invalid_argument with a line that names the key and the value.
+  std::optional<TcpEndpoint> ConfirmTarget() const;
+  // "confirm_seconds": decimal 1..86400; empty is 60. Raises as ConfirmTarget does.
+  unsigned int ConfirmSeconds() const;
 
  private:
   bool IsOn(const char* key) const;

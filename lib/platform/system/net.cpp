@@ -8,7 +8,10 @@
 #include <linux/ethtool.h>
 #include <linux/sockios.h>
 #include <linux/wireless.h>
+#include <fcntl.h>
+#include <netdb.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <stdexcept>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -143,6 +146,36 @@ bool IsValidDomainName(const std::string& name) {
     if (!ok) return false;
   }
   return true;
+}
+
+bool CanConnectTcp(const std::string& ifname, const std::string& host, std::uint16_t port,
+                   int timeout_ms) {
+  addrinfo hints{};
+  hints.ai_family = AF_UNSPEC;
+  hints.ai_socktype = SOCK_STREAM;
+  hints.ai_flags = AI_NUMERICSERV;
+  addrinfo* found = nullptr;
+  if (getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found) != 0) return false;
+  bool reached = false;
+  for (const addrinfo* a = found; a != nullptr && !reached; a = a->ai_next) {
+    const int fd = socket(a->ai_family, a->ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (fd < 0) continue;
+    if (setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, ifname.c_str(),
+                   static_cast<socklen_t>(ifname.size())) == 0) {
+      if (connect(fd, a->ai_addr, a->ai_addrlen) == 0) {
+        reached = true;
+      } else if (errno == EINPROGRESS) {
+        pollfd waiting{fd, POLLOUT, 0};
+        int error = 0;
+        socklen_t size = sizeof error;
+        reached = poll(&waiting, 1, timeout_ms) == 1 &&
+                  getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
+      }
+    }
+    close(fd);
+  }
+  freeaddrinfo(found);
+  return reached;
 }
 
 }  // namespace corvo::net

@@ -34,6 +34,12 @@ bool InterfaceHasLink(const char* name);
 // Link and a non-zero IPv4 address.
 bool InterfaceIsReady(const char* name);
 
+// Whether a TCP connection to host:port opens within timeout_ms through the interface alone
+// (SO_BINDTODEVICE: another port's route does not count); a name is looked up first. The
+// connection is closed at once.
+bool CanConnectTcp(const std::string& ifname, const std::string& host, std::uint16_t port,
+                   int timeout_ms);
+
 std::string FormatIPv4(std::uint32_t address);
 std::string FormatMac(const unsigned char (&mac)[6]);
 

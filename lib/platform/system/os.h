@@ -104,6 +104,8 @@ class Files {
   virtual void Write(const std::string& path, const std::string& text) = 0;
   virtual bool Exists(const std::string& path) = 0;
   virtual void Remove(const std::string& path) = 0;
+  // Makes the directory (its parent must exist); raises ErrnoException, also when it exists.
+  virtual void MakeDirectory(const std::string& path, mode_t mode) = 0;
 };
 
 // An exclusive lock, held until the object goes. The kernel lets go of it

@@ -227,6 +227,10 @@ bool RealFiles::Exists(const std::string& path) {
 
 void RealFiles::Remove(const std::string& path) { unlink(path.c_str()); }
 
+void RealFiles::MakeDirectory(const std::string& path, mode_t mode) {
+  if (mkdir(path.c_str(), mode) != 0) throw ErrnoException(errno, "mkdir " + path);
+}
+
 namespace {
 
 struct LockFile {

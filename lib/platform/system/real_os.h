@@ -41,6 +41,7 @@ class RealFiles : public Files {
   void Write(const std::string& path, const std::string& text) override;
   bool Exists(const std::string& path) override;
   void Remove(const std::string& path) override;
+  void MakeDirectory(const std::string& path, mode_t mode) override;
 };
 
 // flock(2) on the lock file; taken again by the same process, it only counts.

@@ -12,7 +12,8 @@ LINKRIG_OVERRIDE_SRCDIR_RSYNC_EXCLUSIONS = --exclude=/build
 LINKRIG_LICENSE = Proprietary
 LINKRIG_LICENSE_FILES = doc/copyright
 LINKRIG_REDISTRIBUTE = NO
-LINKRIG_DEPENDENCIES = avahi boost dbus dbus-cpp fmt gnutls libcap libgcrypt libnl libubootenv \
+LINKRIG_DEPENDENCIES = avahi boost dbus dbus-cpp fmt gnutls json-for-modern-cpp libcap libgcrypt libnl \
+	libubootenv \
 	host-dbus-cpp host-pkgconf host-scdoc
 # Shared libraries, as everything else on the target (cmake-package turns the tests off).
 LINKRIG_CONF_OPTS = -DLINKRIG_STATIC_LIBS=OFF -DLINKRIG_MAN_PAGES=ON

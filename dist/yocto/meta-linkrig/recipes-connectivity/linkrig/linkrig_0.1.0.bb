@@ -11,7 +11,7 @@ inherit externalsrc
 EXTERNALSRC = "${@os.path.abspath(os.path.join(d.getVar('THISDIR'), '../../../../..'))}"
 EXTERNALSRC_BUILD = "${WORKDIR}/build"
 
-DEPENDS = "avahi boost dbus fmt gnutls libcap libdbus-c++ libgcrypt libnl libubootenv \
+DEPENDS = "avahi boost dbus fmt gnutls libcap libdbus-c++ libgcrypt libnl libubootenv nlohmann-json \
            libdbus-c++-native scdoc-native"
 
 inherit cmake pkgconfig update-rc.d
