@@ -165,7 +165,9 @@ def test_dhcpcd_hook_holds_up_no_start(player):
     player.write_file("/usr/lib/dhcpcd/dhcpcd-hooks/90-linkrig",
                       (ROOT / "doc/examples/dhcpcd-hook").read_text())
     with_hook = timed_start()
-    assert abs(with_hook - without) < 1.0, (without, with_hook)
+    # The knot this undoes held a start up to its 15-s limit; ARP probing alone varies by a
+    # second or so.
+    assert with_hook < without + 3.0, (without, with_hook)
     # The hook's update was left to the start, which made it.
     assert "linkrig: the run holding /var/run/linkrig-eth1.lock makes this update\n" \
         in player.read_file("/run/player/hook.log")
