@@ -113,7 +113,10 @@ make_sysroot() {
   # guest opens in the sysroot first, so a sysroot /etc, /tmp or /proc would hide the host's.
   find "$tmp" -mindepth 1 -maxdepth 1 ! -name usr ! -name lib ! -name "$SYSROOT_ADMINDIR" \
     -exec rm -rf {} +
-  find "$tmp/usr" -mindepth 1 -maxdepth 1 ! -name include ! -name lib -exec rm -rf {} +
+  find "$tmp/usr" -mindepth 1 -maxdepth 1 ! -name include ! -name lib ! -name share \
+    -exec rm -rf {} +
+  # A header-only library's CMake package lives under share.
+  find "$tmp/usr/share" -mindepth 1 -maxdepth 1 ! -name cmake ! -name pkgconfig -exec rm -rf {} +
   find "$tmp/usr/lib" -mindepth 1 -maxdepth 1 ! -name "$TRIPLET" ! -name gcc \
     ! -name 'ld-linux-*' -exec rm -rf {} +
   # Absolute links (libfoo.so -> /lib/...) would point into the host; make them relative.
@@ -133,7 +136,8 @@ ensure_sysroot() {
   mkdir -p "$(dirname "$SYSROOT")"
   exec 9>"$SYSROOT.lock"
   flock 9
-  wanted=$(. /etc/os-release && echo "$VERSION_CODENAME: ${SYSROOT_PACKAGES[*]}")
+  # What it is made of, and what of it is kept (make_sysroot).
+  wanted=$(. /etc/os-release && echo "$VERSION_CODENAME, share/cmake: ${SYSROOT_PACKAGES[*]}")
   if [ "$(cat "$SYSROOT/.packages" 2>/dev/null)" != "$wanted" ] \
       || [ ! -f "$SYSROOT/$SYSROOT_ADMINDIR/status" ]; then
     make_sysroot "$SYSROOT" "$wanted"
